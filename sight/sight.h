@@ -10,5 +10,6 @@
 #include <sight/frame/pixel.h>
 #include <sight/frame/rasterize.h>
 #include <sight/frame/variables.h>
+#include <sight/object_tracking/object_detected.h>
 
 #endif  // SIGHT_SIGHT_H_
