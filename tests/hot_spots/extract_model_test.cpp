@@ -46,6 +46,12 @@ TEST(extract_model_test, key_setup) {
       {"red beyond range", 2.0f, 0.0f, 0.0f, 0.7f, 0.3f, 53, 255, 6048},
       // Cb -95.4 clamps to 0; Cr 164.72.
       {"negative blue", 0.0f, 0.0f, -2.0f, 0.7f, 0.3f, 0, 164, 6048},
+      // Sums that land just below a whole level in the written order (Cr
+      // 127.99999 and Cb 116.99999); the constant first would round them up.
+      {"order of the sum, cr", 0.0f, 1.0f / 255.0f, 2.0f / 255.0f, 0.7f, 0.3f,
+       129, 127, 6048},
+      {"order of the sum, cb", 0.0f, 118.0f / 255.0f, 52.0f / 255.0f, 0.7f,
+       0.3f, 116, 81, 6048},
       // Far beyond any chroma distance: saturates instead of wrapping.
       {"huge tolerance", key_r, key_g, key_b, 1.0e6f, 0.3f, 165, 105,
        INT_MAX},
