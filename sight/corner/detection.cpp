@@ -1,0 +1,178 @@
+#include <sight/corner/detection.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include <sight/corner/segment_kernels.h>
+
+namespace Korvane::Sight::corner {
+namespace {
+
+// Reallocates an array of records to `count` records at 16-byte alignment,
+// keeping the contents. The C runtime's realloc already gives 16 bytes on
+// this platform; the copy is only there should it ever give less. Both
+// paths give memory that std::free takes back. A failure is not looked for.
+corner_record *reallocate_aligned(corner_record *p, std::size_t count) {
+  std::size_t const bytes = count * sizeof(corner_record);
+  void *q = std::realloc(p, bytes);
+  if (q != nullptr && reinterpret_cast<std::uintptr_t>(q) % 16 != 0) {
+    void *r = std::aligned_alloc(16, (bytes + 15) / 16 * 16);
+    if (r != nullptr) std::memcpy(r, q, bytes);
+    std::free(q);
+    q = r;
+  }
+  return static_cast<corner_record *>(q);
+}
+
+template <class Array>
+void grow(Array &a, std::size_t capacity) {
+  std::size_t const used = std::size_t(a.last - a.first);
+  corner_record *const p = reallocate_aligned(a.first, capacity);
+  a.first = p;
+  a.last = p + used;
+  a.end_of_storage = p + capacity;
+}
+
+}  // namespace
+
+detection::detection()
+    : corners{nullptr, nullptr, nullptr},
+      features{nullptr, nullptr, nullptr},
+      no_features(0),
+      threshold_(70) {}
+
+detection::~detection() {
+  std::free(features.first);
+  std::free(corners.first);
+}
+
+void detection::operator=(frame_type const &frame) {
+  corners.last = corners.first;
+
+  // The threshold in two signed-byte halves: th = T / 2, tr = T - th, both
+  // taken modulo 256, so that T = 71 gives 35 and 36 (and T = 255 gives
+  // tr = -128, for which every ring pixel counts as brighter).
+  int const t = threshold_;
+  std::int8_t const th = std::int8_t(t / 2);
+  std::int8_t const tr = std::int8_t(std::uint8_t(t) - std::uint8_t(th));
+
+  int const width = frame.width;
+  int const height = frame.height;
+  if (height - edge_size > edge_size) {
+    bool const aligned = Tamarind::Rasters::is_aligned(frame);
+    for (int y = edge_size; y < height - edge_size; ++y) {
+      // A row reports fewer than `width` corners, so this room always
+      // suffices; eight rows' worth is gained at a time.
+      if (corners.end_of_storage - corners.last < width)
+        grow(corners, std::size_t(corners.last - corners.first) + 8 * std::size_t(width));
+      auto const *row = reinterpret_cast<std::uint8_t const *>(Tamarind::Rasters::line(frame, y));
+      corners.last = aligned
+                         ? detect_row_422<true>(row, frame.stride, width, y, th, tr, corners.last)
+                         : detect_row_422<false>(row, frame.stride, width, y, th, tr, corners.last);
+    }
+  }
+  // `corners` is sorted by row, then column: the suppression relies on it.
+  no_features = non_maxima_suppresion(width, height);
+  features_extract(frame);
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wignored-qualifiers"
+int const detection::non_maxima_suppresion(int width, int /*height*/) {
+#pragma GCC diagnostic pop
+  // The end mark needs one record of room: a detector that never held
+  // storage (a frame too small to scan) gets it here.
+  if (corners.last == corners.end_of_storage)
+    grow(corners, std::size_t(corners.last - corners.first) + 1);
+  *corners.last = corner_record{0, 0xFFFF, 0};
+
+  corner_record *const r = corners.first;
+  std::uint32_t const n = std::uint32_t(corners.last - corners.first);
+  if (n == 0) return 0;
+
+  // Two tables of indices by column, for the current row and the next. The
+  // last block of a row is tested whole, so a corner can stand at a column
+  // up to width + 6 and its right neighbour at width + 7; a column is 16
+  // bits, so no index passes 65536. Entries are never cleared: each use
+  // checks the row of the record it finds (stale ones, and the end mark at
+  // index n, have another row).
+  std::size_t const columns = std::min<std::size_t>(std::size_t(std::max(width, 0)) + 8, 65537);
+  auto *current = static_cast<std::uint32_t *>(__builtin_alloca(columns * sizeof(std::uint32_t)));
+  auto *next = static_cast<std::uint32_t *>(__builtin_alloca(columns * sizeof(std::uint32_t)));
+  std::fill(current, current + columns, n);
+  std::fill(next, next + columns, n);
+
+  auto row_end = [&](std::uint32_t i) {
+    std::uint16_t const y = r[i].y;
+    while (i < n && r[i].y == y) ++i;
+    return i;
+  };
+
+  std::uint32_t p0 = 0;
+  std::uint32_t p1 = row_end(0);
+  for (std::uint32_t i = p0; i < p1; ++i) current[r[i].x] = i;
+  int survivors = 0;
+  while (p0 < n) {
+    std::uint32_t const q0 = p1;
+    std::uint32_t const q1 = q0 < n ? row_end(q0) : n;
+    for (std::uint32_t i = q0; i < q1; ++i) next[r[i].x] = i;
+    std::uint16_t const py = r[p0].y;
+    // Below-neighbours only when the next row with corners is the very next row.
+    bool const adjacent = q0 < n && r[q0].y == py + 1;
+    for (std::uint32_t i = p0; i < p1; ++i) {
+      corner_record &c = r[i];
+      if (c.strength == 0) continue;
+      // Later neighbours, in this order: right, then below-left, below,
+      // below-right (x is at least the margin, so x - 1 is a column).
+      std::uint32_t const x = c.x;
+      std::uint32_t candidates[4] = {current[x + 1], n, n, n};
+      int count = 1;
+      if (adjacent) {
+        candidates[1] = next[x - 1];
+        candidates[2] = next[x];
+        candidates[3] = next[x + 1];
+        count = 4;
+      }
+      bool beaten = false;
+      for (int k = 0; k < count; ++k) {
+        corner_record &other = r[candidates[k]];
+        if (other.y != (k == 0 ? py : py + 1)) continue;
+        // On a tie the later corner in scan order wins.
+        if (c.strength <= other.strength) {
+          c.strength = 0;
+          beaten = true;
+          break;
+        }
+        other.strength = 0;
+      }
+      if (!beaten) ++survivors;
+    }
+    std::swap(current, next);
+    p0 = q0;
+    p1 = q1;
+  }
+  return survivors;
+}
+
+void detection::features_extract(frame_type const &) {
+  features.last = features.first;
+  std::size_t const capacity = std::size_t(features.end_of_storage - features.first);
+  std::size_t const wanted = std::size_t(std::max(no_features, 0));
+  if (capacity < wanted) {
+    grow(features, wanted);
+    // The strength of a feature is never written; zeroed storage gives the
+    // marks of viz a defined (black) grey.
+    std::memset(static_cast<void *>(features.first), 0, wanted * sizeof(corner_record));
+  }
+  for (corner_record const *c = corners.first; c != corners.last; ++c) {
+    if (c->strength == 0) continue;
+    features.last->x = c->x;
+    features.last->y = c->y;
+    ++features.last;
+  }
+}
+
+}  // namespace Korvane::Sight::corner

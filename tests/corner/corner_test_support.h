@@ -1,0 +1,110 @@
+// Shared pieces of the corner tests: white-box access to the detector, and
+// 4:2:2 frames in buffers sized exactly to their last picture byte.
+#ifndef SIGHT_TESTS_CORNER_CORNER_TEST_SUPPORT_H_
+#define SIGHT_TESTS_CORNER_CORNER_TEST_SUPPORT_H_
+
+#include <sight/corner/detection.h>
+#include <sight/frame/bitmap.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "corner/segment_test_model.h"
+
+namespace Korvane::Sight::corner {
+
+// Reaches the detector's private arrays and stages.
+struct detection_access {
+  static std::vector<corner_record> corners(detection const &d) {
+    return {d.corners.first, d.corners.last};
+  }
+  static std::vector<corner_record> features(detection const &d) {
+    return {d.features.first, d.features.last};
+  }
+  static std::size_t corners_capacity(detection const &d) {
+    return std::size_t(d.corners.end_of_storage - d.corners.first);
+  }
+  static corner_record end_mark(detection const &d) { return *d.corners.last; }
+  // Replaces the corner list with `records`, with storage for exactly those
+  // (the suppression must then find room for its end mark itself).
+  static void set_corners(detection &d, std::vector<corner_record> const &records) {
+    std::size_t const n = records.size();
+    auto *p = static_cast<corner_record *>(std::realloc(d.corners.first, n * sizeof(corner_record) + (n == 0)));
+    if (n != 0) std::memcpy(static_cast<void *>(p), records.data(), n * sizeof(corner_record));
+    d.corners = {p, p + n, p + n};
+  }
+  static int suppress(detection &d, int width) { return d.non_maxima_suppresion(width, 0); }
+  static void extract(detection &d) { d.features_extract(detection::frame_type{}); }
+  static void set_count(detection &d, int n) { d.no_features = n; }
+  static void set_feature_strength(detection &d, std::size_t i, std::uint16_t s) {
+    d.features.first[i].strength = s;
+  }
+};
+
+}  // namespace Korvane::Sight::corner
+
+namespace corner_test {
+
+// Joins its arguments into a text (test names, failure messages).
+template <class... Parts>
+std::string cat(Parts const &...parts) {
+  std::ostringstream s;
+  (s << ... << parts);
+  return s.str();
+}
+
+using frame_type = Korvane::Sight::corner::detection::frame_type;
+
+// A 4:2:2 frame in a buffer that ends with the last picture byte, so that
+// AddressSanitizer flags any read past it. `offset` moves the start off a
+// 16-byte boundary; `stride` is the distance between rows in bytes.
+struct frame_buffer {
+  std::vector<std::uint8_t> bytes;
+  frame_type frame{};
+
+  frame_buffer(int width, int height, int stride, int offset) {
+    std::size_t const line = std::size_t((width + 1) / 2 * 4);
+    std::size_t const size = height > 0 ? std::size_t(height - 1) * std::size_t(stride) + line : 0;
+    bytes.resize(std::size_t(offset) + size);
+    frame.data = reinterpret_cast<Tamarind::Rasters::pixel_ycbcr_u8 *>(bytes.data() + offset);
+    frame.width = width;
+    frame.height = height;
+    frame.stride = stride;
+  }
+  std::uint8_t *row(int y) { return bytes.data() + (frame_offset() + std::ptrdiff_t(y) * frame.stride); }
+  std::ptrdiff_t frame_offset() const {
+    return reinterpret_cast<std::uint8_t const *>(frame.data) - bytes.data();
+  }
+  void set_luma(int x, int y, int v) { row(y)[2 * x + 1] = std::uint8_t(v); }
+  int luma(int x, int y) { return row(y)[2 * x + 1]; }
+  corner_model::picture picture() const {
+    return {reinterpret_cast<std::uint8_t const *>(frame.data), frame.width, frame.height, frame.stride};
+  }
+};
+
+// Stride choices: tightly packed, padded to 16, and padded by an amount that
+// keeps rows off 16-byte boundaries.
+enum class layout { tight, aligned, padded };
+inline int stride_for(layout l, int width) {
+  int const line = (width + 1) / 2 * 4;
+  switch (l) {
+    case layout::tight: return line;
+    case layout::aligned: return (line + 15) / 16 * 16;
+    case layout::padded: return line + 20;
+  }
+  return line;
+}
+inline int offset_for(layout l) { return l == layout::padded ? 5 : 0; }
+inline std::string name_of(layout l) {
+  return l == layout::tight ? "tight" : l == layout::aligned ? "aligned" : "padded";
+}
+
+}  // namespace corner_test
+
+#endif  // SIGHT_TESTS_CORNER_CORNER_TEST_SUPPORT_H_
