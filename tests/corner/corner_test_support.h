@@ -39,6 +39,13 @@ struct detection_access {
     if (n != 0) std::memcpy(static_cast<void *>(p), records.data(), n * sizeof(corner_record));
     d.corners = {p, p + n, p + n};
   }
+  // Replaces the features with `records`, strengths included.
+  static void set_features(detection &d, std::vector<corner_record> const &records) {
+    std::size_t const n = records.size();
+    auto *p = static_cast<corner_record *>(std::realloc(d.features.first, n * sizeof(corner_record) + (n == 0)));
+    if (n != 0) std::memcpy(static_cast<void *>(p), records.data(), n * sizeof(corner_record));
+    d.features = {p, p + n, p + n};
+  }
   static int suppress(detection &d, int width) { return d.non_maxima_suppresion(width, 0); }
   static void extract(detection &d) { d.features_extract(detection::frame_type{}); }
   static void set_count(detection &d, int n) { d.no_features = n; }

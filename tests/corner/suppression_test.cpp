@@ -1,0 +1,148 @@
+// The suppression over later neighbours and the extraction of survivors: hand
+// cases for each consequence of the scan order, and random lists against the
+// model.
+#include <sight/corner/detection.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "corner/corner_test_support.h"
+#include "corner/segment_test_model.h"
+
+namespace {
+
+using Korvane::Sight::corner::corner_record;
+using Korvane::Sight::corner::detection;
+using Korvane::Sight::corner::detection_access;
+using corner_test::cat;
+using position = std::pair<int, int>;
+
+struct suppression_case {
+  char const *name;
+  std::vector<corner_record> records;  // sorted by row, then column
+  std::vector<position> survivors;     // in scan order
+};
+
+// Runs the detector's suppression and extraction on `records`.
+std::vector<position> survivors_of(detection &d, std::vector<corner_record> const &records, int width,
+                                   int *count) {
+  detection_access::set_corners(d, records);
+  *count = detection_access::suppress(d, width);
+  detection_access::set_count(d, *count);
+  detection_access::extract(d);
+  std::vector<position> out;
+  for (corner_record const &f : detection_access::features(d)) out.push_back({f.x, f.y});
+  return out;
+}
+
+std::vector<corner_model::record> to_model(std::vector<corner_record> const &records) {
+  std::vector<corner_model::record> m;
+  for (corner_record const &r : records) m.push_back({r.x, r.y, r.strength});
+  return m;
+}
+
+class suppression_test : public ::testing::TestWithParam<suppression_case> {};
+
+TEST_P(suppression_test, keeps_the_expected_corners) {
+  suppression_case const &c = GetParam();
+  detection d;
+  int count = 0;
+  EXPECT_EQ(survivors_of(d, c.records, 64, &count), c.survivors);
+  EXPECT_EQ(count, int(c.survivors.size()));
+  // The end mark follows the last record, in storage the suppression grew.
+  EXPECT_EQ(detection_access::end_mark(d).y, 0xFFFF);
+  auto model = to_model(c.records);
+  EXPECT_EQ(corner_model::non_maxima_suppresion(model), count);
+  EXPECT_EQ(corner_model::features_extract(model), c.survivors);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    cases, suppression_test,
+    ::testing::Values(
+        suppression_case{"tie_in_a_row_keeps_the_right_one", {{10, 10, 5}, {11, 10, 5}}, {{11, 10}}},
+        suppression_case{"tie_in_a_column_keeps_the_lower_one", {{10, 10, 5}, {10, 11, 5}}, {{10, 11}}},
+        suppression_case{"rising_run_keeps_its_last",
+                         {{10, 10, 1}, {11, 10, 2}, {12, 10, 3}, {13, 10, 4}, {14, 10, 5}},
+                         {{14, 10}}},
+        suppression_case{"falling_run_keeps_every_second_from_the_first",
+                         {{10, 10, 5}, {11, 10, 4}, {12, 10, 3}, {13, 10, 2}, {14, 10, 1}},
+                         {{10, 10}, {12, 10}, {14, 10}}},
+        suppression_case{"rows_two_apart_do_not_meet",
+                         {{10, 10, 5}, {30, 11, 1}, {10, 12, 9}},
+                         {{10, 10}, {30, 11}, {10, 12}}},
+        suppression_case{"rows_with_an_empty_row_between_do_not_meet",
+                         {{10, 10, 5}, {9, 12, 1}, {10, 12, 9}},
+                         {{10, 10}, {10, 12}}},
+        suppression_case{"diagonal_neighbours_below_meet",
+                         {{10, 10, 5}, {9, 11, 3}, {11, 11, 4}},
+                         {{10, 10}}},
+        suppression_case{"upper_right_and_lower_left_meet_through_the_lower",
+                         {{11, 10, 2}, {10, 11, 3}},
+                         {{10, 11}}},
+        // Right first: the corner removes it, then loses below; the removal stays.
+        suppression_case{"a_win_is_not_undone_by_a_later_loss",
+                         {{10, 10, 5}, {11, 10, 3}, {9, 11, 9}},
+                         {{9, 11}}},
+        // Below-left comes before below: it is removed before the corner loses.
+        suppression_case{"below_left_is_met_before_below",
+                         {{10, 10, 5}, {9, 11, 4}, {10, 11, 6}, {12, 11, 1}},
+                         {{10, 11}, {12, 11}}},
+        // A removed corner is skipped, so its own neighbours survive it.
+        suppression_case{"a_removed_corner_removes_nothing",
+                         {{10, 10, 9}, {11, 10, 5}, {12, 10, 3}},
+                         {{10, 10}, {12, 10}}},
+        suppression_case{"none", {}, {}}),
+    [](auto const &info) { return std::string(info.param.name); });
+
+// Random dense lists with many ties: the detector's tables against the model's
+// lookup, over widths up to the columns a whole last block can report.
+class suppression_random_test : public ::testing::TestWithParam<int> {};
+
+TEST_P(suppression_random_test, matches_the_model) {
+  int const seed = GetParam();
+  std::mt19937 rng{unsigned(seed)};
+  int const width = 17 + seed % 40;
+  int const last_column = 8 + (width - 17) / 16 * 16 + 15;  // the last block, tested whole
+  std::uniform_int_distribution<int> chance(0, 99), strength(1, seed % 3 == 0 ? 3 : 4080);
+  int const density = 20 + seed % 70;
+  std::vector<corner_record> records;
+  for (int y = 8; y < 40; ++y) {
+    if (chance(rng) < 15) continue;  // rows without corners
+    for (int x = 8; x <= last_column; ++x)
+      if (chance(rng) < density) records.push_back({std::uint16_t(x), std::uint16_t(y), std::uint16_t(strength(rng))});
+  }
+  detection d;
+  int count = 0;
+  auto const survivors = survivors_of(d, records, width, &count);
+  auto model = to_model(records);
+  EXPECT_EQ(count, corner_model::non_maxima_suppresion(model));
+  EXPECT_EQ(survivors, corner_model::features_extract(model));
+  auto const after = detection_access::corners(d);
+  ASSERT_EQ(after.size(), model.size());
+  for (std::size_t i = 0; i < after.size(); ++i)
+    ASSERT_EQ(after[i].strength, model[i].strength) << "at x " << after[i].x << ", y " << after[i].y;
+}
+
+INSTANTIATE_TEST_SUITE_P(seeds, suppression_random_test, ::testing::Range(0, 60));
+
+// Survivors are positions only; the strength of a feature is storage that
+// was zeroed when it grew, and storage is reused from frame to frame.
+TEST(features_test, storage_grows_zeroed_and_is_reused) {
+  detection d;
+  int count = 0;
+  std::vector<corner_record> many;
+  for (int x = 8; x < 40; x += 2) many.push_back({std::uint16_t(x), 9, 100});
+  EXPECT_EQ(survivors_of(d, many, 64, &count).size(), many.size());
+  for (corner_record const &f : detection_access::features(d)) EXPECT_EQ(f.strength, 0);
+  std::vector<corner_record> few(many.begin(), many.begin() + 3);
+  EXPECT_EQ(survivors_of(d, few, 64, &count).size(), 3u);
+  for (corner_record const &f : detection_access::features(d)) EXPECT_EQ(f.strength, 0);
+}
+
+}  // namespace
