@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <ostream>
 #include <random>
 #include <sstream>
 #include <string>
@@ -43,8 +44,7 @@ struct line_case {
   bool bottom_up;
 };
 
-std::string name_of(::testing::TestParamInfo<line_case> const &info) {
-  line_case const &c = info.param;
+std::string name_of(line_case const &c) {
   static char const *const spaces[] = {"tight", "spare3", "aligned16"};
   std::ostringstream s;
   s << "w" << c.width << "_" << spaces[int(c.space)] << (c.bottom_up ? "_bottom_up" : "") << "_src"
@@ -130,7 +130,10 @@ std::vector<line_case> line_cases() {
   return cases;
 }
 
-INSTANTIATE_TEST_SUITE_P(widths, line_kernels_test, ::testing::ValuesIn(line_cases()), name_of);
+std::string case_name(::testing::TestParamInfo<line_case> const &info) { return name_of(info.param); }
+void PrintTo(line_case const &c, std::ostream *os) { *os << name_of(c); }
+
+INSTANTIATE_TEST_SUITE_P(widths, line_kernels_test, ::testing::ValuesIn(line_cases()), case_name);
 
 // A 1-column word is cut at spill_end and nowhere else, and a source of no
 // lines writes nothing, in every member.
