@@ -1,0 +1,333 @@
+// The tracker's moment kernels at 1920 by 1080, per layout, with and without
+// preview, aligned and unaligned, beside: a plain SSE read pass over the same
+// bytes (the floor), the scalar model, the same job done with OpenCV on one
+// thread, and the whole tracker call. The frame stays in cache between runs.
+#include <sight/object_tracking/moments_kernels.h>
+#include <sight/object_tracking/object_tracking.h>
+
+#include "object_tracking/moments_model.h"
+
+#include <benchmark/benchmark.h>
+#include <emmintrin.h>
+
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#ifdef SIGHT_HAVE_OPENCV
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+#endif
+
+namespace {
+
+namespace R = Tamarind::Rasters;
+namespace D = Korvane::Sight::detail;
+namespace mm = moments_model;
+using Korvane::Sight::object_tracking;
+
+constexpr int W = 1920, H = 1080;
+enum layout { bgra, ycbcra, s422, y_cbcr, planar };
+
+// A plane with lines padded to 16 bytes and 16 spare bytes, so that an
+// unaligned view (data moved by `offset`) still fits.
+struct plane {
+  std::uint8_t *mem;
+  int stride, line_bytes, lines;
+  plane(int bytes, int lines_) : stride((bytes + 15) / 16 * 16), line_bytes(bytes), lines(lines_) {
+    mem = static_cast<std::uint8_t *>(R::mem::alloc(std::uint64_t(stride) * lines + 16, 16));
+  }
+  ~plane() { R::mem::free(mem); }
+  plane(plane const &) = delete;
+  plane &operator=(plane const &) = delete;
+};
+
+// The default key, and a frame of that layout: a keyed disc in the middle
+// (a quarter of the picture) on a backdrop far from the key, both with noise,
+// so that most cells are empty as in a real scene.
+mm::key const key = mm::make_key(0.78431374f, 0.5372549f, 0.46666667f, 0.7f, 0.3f);
+
+struct frame {
+  layout l;
+  int offset;
+  std::vector<plane *> planes;
+  int cells_x, cells_y;
+
+  frame(layout l_, bool aligned) : l(l_), offset(aligned ? 0 : 4) {
+    bool const wide = l != bgra && l != ycbcra, tall = l == y_cbcr || l == planar;
+    cells_x = W / (wide ? 16 : 8);
+    cells_y = H / (tall ? 16 : 8);
+    if (l == bgra || l == ycbcra) planes = {new plane(W * 4, H)};
+    if (l == s422) planes = {new plane(W * 2, H)};
+    if (l == y_cbcr) planes = {new plane(W, H), new plane(W, H / 2)};
+    if (l == planar) planes = {new plane(W, H), new plane(W / 2, H / 2), new plane(W / 2, H / 2)};
+    std::mt19937 rng(7);
+    for (plane *p : planes)
+      for (int y = 0; y < p->lines; ++y)
+        for (int x = 0; x < p->line_bytes; ++x) p->mem[offset + y * p->stride + x] = std::uint8_t(rng());
+    int const sw = l == bgra || l == ycbcra ? W : W / 2, sh = tall ? H / 2 : H;
+    for (int y = 0; y < sh; ++y)
+      for (int x = 0; x < sw; ++x) {
+        float const dx = float(x) / sw - 0.5f, dy = float(y) / sh - 0.5f;
+        bool const keyed = dx * dx + dy * dy < 0.08f;
+        int const n = int(rng() % 41) - 20;
+        std::uint8_t const cb = std::uint8_t((keyed ? key.cb : 220) + n), cr = std::uint8_t((keyed ? key.cr : 40) - n);
+        switch (l) {
+          case bgra: {  // (119, 137, 200) is the key colour; blue is far from it
+            std::uint8_t *p = at(0, 4 * x, y);
+            p[0] = std::uint8_t((keyed ? 119 : 230) + n / 2), p[1] = std::uint8_t((keyed ? 137 : 60) + n / 2);
+            p[2] = std::uint8_t((keyed ? 200 : 30) + n / 2);
+            break;
+          }
+          case ycbcra: *at(0, 4 * x + 1, y) = cb, *at(0, 4 * x + 2, y) = cr; break;
+          case s422: *at(0, 4 * x, y) = cb, *at(0, 4 * x + 2, y) = cr; break;
+          case y_cbcr: *at(1, 2 * x, y) = cb, *at(1, 2 * x + 1, y) = cr; break;
+          case planar: *at(1, x, y) = cb, *at(2, x, y) = cr; break;
+        }
+      }
+  }
+  ~frame() {
+    for (plane *p : planes) delete p;
+  }
+  std::uint8_t *at(int n, int x, int y) const { return planes[n]->mem + offset + y * planes[n]->stride + x; }
+  template <class T>
+  R::bitmap<T> view(int n, int w, int h) const {
+    return {reinterpret_cast<T *>(at(n, 0, 0)), w, h, planes[n]->stride, false};
+  }
+  R::bitmap_422<R::pixel_ycbcr_u8> view_422() const {
+    return {reinterpret_cast<R::pixel_ycbcr_u8 *>(at(0, 0, 0)), W, H, planes[0]->stride, false};
+  }
+  // Bytes the kernels read without preview: the chroma of whole cells.
+  std::int64_t chroma_bytes() const {
+    switch (l) {
+      case y_cbcr: return std::int64_t(cells_x) * 16 * cells_y * 8;
+      case planar: return std::int64_t(cells_x) * 16 * cells_y * 8;
+      default: return std::int64_t(cells_x) * 32 * cells_y * 8;
+    }
+  }
+};
+
+struct grid {
+  std::vector<float> mem;
+  int stride;
+  alignas(16) std::uint16_t cbcr[8], scale[8], offset[8];
+  explicit grid(frame const &f) : stride((f.cells_x + 2) * 32) {
+    mem.resize(std::size_t(stride / 4) * (f.cells_y + 2) + 4, 0.f);
+    mm::key_lanes(key, cbcr, scale, offset);
+  }
+  D::moment_grid moment_grid(frame const &f) {
+    return {mem.data(), stride, f.cells_x, f.cells_y, cbcr, scale, offset};
+  }
+};
+
+template <layout L>
+void BM_generate_moments(benchmark::State &state) {
+  bool const preview = state.range(0) != 0, aligned = state.range(1) != 0;
+  frame f(L, aligned);
+  grid g(f);
+  D::moment_grid const mg = g.moment_grid(f);
+  auto pick = [&](auto k00, auto k01, auto k10, auto k11, auto const &...b) {
+    (aligned ? (preview ? k11 : k10) : (preview ? k01 : k00))(b..., mg);
+  };
+  for (auto _ : state) {
+    switch (L) {
+      case bgra:
+        pick(D::generate_moments_bgra<false, false>, D::generate_moments_bgra<false, true>,
+             D::generate_moments_bgra<true, false>, D::generate_moments_bgra<true, true>,
+             f.view<R::pixel_bgra_u8>(0, W, H));
+        break;
+      case ycbcra:
+        pick(D::generate_moments_ycbcra<false, false>, D::generate_moments_ycbcra<false, true>,
+             D::generate_moments_ycbcra<true, false>, D::generate_moments_ycbcra<true, true>,
+             f.view<R::pixel_ycbcra_u8>(0, W, H));
+        break;
+      case s422:
+        pick(D::generate_moments_422<false, false>, D::generate_moments_422<false, true>,
+             D::generate_moments_422<true, false>, D::generate_moments_422<true, true>, f.view_422());
+        break;
+      case y_cbcr:
+        pick(D::generate_moments_y_cbcr<false, false>, D::generate_moments_y_cbcr<false, true>,
+             D::generate_moments_y_cbcr<true, false>, D::generate_moments_y_cbcr<true, true>,
+             f.view<R::pixel_y_u8>(0, W, H), f.view<R::pixel_cbcr_u8>(1, W / 2, H / 2));
+        break;
+      case planar:
+        if (!preview)
+          D::generate_moments_planar(f.view<R::pixel_cb_u8>(1, W / 2, H / 2), f.view<R::pixel_cr_u8>(2, W / 2, H / 2),
+                                     mg);
+        else if (aligned)
+          D::generate_moments_planar_preview<true>(f.view<R::pixel_y_u8>(0, W, H),
+                                                   f.view<R::pixel_cb_u8>(1, W / 2, H / 2),
+                                                   f.view<R::pixel_cr_u8>(2, W / 2, H / 2), mg);
+        else
+          D::generate_moments_planar_preview<false>(f.view<R::pixel_y_u8>(0, W, H),
+                                                    f.view<R::pixel_cb_u8>(1, W / 2, H / 2),
+                                                    f.view<R::pixel_cr_u8>(2, W / 2, H / 2), mg);
+        break;
+    }
+    benchmark::DoNotOptimize(g.mem.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * f.chroma_bytes());
+}
+
+// The floor: every byte the kernel reads without preview, loaded once in
+// 16-byte vectors and folded so that the loads cannot be dropped.
+template <layout L>
+void BM_read_pass(benchmark::State &state) {
+  frame f(L, state.range(0) != 0);
+  for (auto _ : state) {
+    __m128i acc = _mm_setzero_si128();
+    for (std::size_t n = (L == y_cbcr || L == planar) ? 1 : 0; n < f.planes.size(); ++n) {
+      int const bytes = L == planar ? f.cells_x * 8 : L == y_cbcr ? f.cells_x * 16 : f.cells_x * 32;
+      int const lines = f.cells_y * 8;
+      for (int y = 0; y < lines; ++y) {
+        std::uint8_t const *p = f.at(int(n), 0, y);
+        for (int x = 0; x + 16 <= bytes; x += 16)
+          acc = _mm_add_epi8(acc, _mm_loadu_si128(reinterpret_cast<__m128i const *>(p + x)));
+      }
+    }
+    benchmark::DoNotOptimize(acc);
+  }
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * f.chroma_bytes());
+}
+
+// The scalar model of the tests, without preview.
+template <layout L>
+void BM_model(benchmark::State &state) {
+  frame f(L, true);
+  grid g(f);
+  for (auto _ : state) {
+    auto &p = f.planes;
+    float *c = g.mem.data();
+    switch (L) {
+      case bgra: mm::moments_bgra(f.at(0, 0, 0), p[0]->stride, W, H, key, false, c, g.stride); break;
+      case ycbcra: mm::moments_ycbcra(f.at(0, 0, 0), p[0]->stride, W, H, key, false, c, g.stride); break;
+      case s422: mm::moments_422(f.at(0, 0, 0), p[0]->stride, W, H, key, false, c, g.stride); break;
+      case y_cbcr:
+        mm::moments_y_cbcr(f.at(0, 0, 0), p[0]->stride, f.at(1, 0, 0), p[1]->stride, W, H, key, false, c, g.stride);
+        break;
+      case planar:
+        mm::moments_planar(f.at(0, 0, 0), p[0]->stride, f.at(1, 0, 0), p[1]->stride, f.at(2, 0, 0), p[2]->stride, W,
+                           H, key, false, c, g.stride);
+        break;
+    }
+    benchmark::DoNotOptimize(c);
+    benchmark::ClobberMemory();
+  }
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * f.chroma_bytes());
+}
+
+// The whole tracker call: set-up, moments, extraction and fit.
+template <layout L>
+void BM_object_tracking(benchmark::State &state) {
+  frame f(L, state.range(1) != 0);
+  object_tracking t;
+  t.enabled() = true;
+  t.preview() = state.range(0) != 0 ? object_tracking::preview_key : object_tracking::preview_none;
+  Korvane::Sight::object_tracking_info info{};
+  for (auto _ : state) {
+    switch (L) {
+      case bgra: t(info, f.view<R::pixel_bgra_u8>(0, W, H), 0.f); break;
+      case ycbcra: t(info, f.view<R::pixel_ycbcra_u8>(0, W, H), 0.f); break;
+      case s422: t(info, f.view_422(), 0.f); break;
+      case y_cbcr: t(info, f.view<R::pixel_y_u8>(0, W, H), f.view<R::pixel_cbcr_u8>(1, W / 2, H / 2), 0.f); break;
+      case planar:
+        t(info, f.view<R::pixel_y_u8>(0, W, H), f.view<R::pixel_cb_u8>(1, W / 2, H / 2),
+          f.view<R::pixel_cr_u8>(2, W / 2, H / 2), 0.f);
+        break;
+    }
+    benchmark::DoNotOptimize(info);
+  }
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * f.chroma_bytes());
+}
+
+#ifdef SIGHT_HAVE_OPENCV
+// The same job the usual OpenCV way, on one thread: chroma of every sample,
+// a soft key from the city-block chroma distance, 8 by 8 cell sums by an
+// area resize, labelling of the non-empty cells and the moments of the
+// largest region.
+template <layout L>
+void BM_opencv(benchmark::State &state) {
+  cv::setNumThreads(1);
+  frame f(L, true);
+  int const sw = L == bgra || L == ycbcra ? W : W / 2, sh = L == y_cbcr || L == planar ? H / 2 : H;
+  auto mat = [&](int n, int type, int cols, int rows) {
+    return cv::Mat(rows, cols, type, f.at(n, 0, 0), std::size_t(f.planes[n]->stride));
+  };
+  cv::Mat cbcr, diff, d, w, cells, mask, labels, stats, centroids, winner;
+  float const s = float(key.scale) / 256.f;
+  cv::Rect const whole(0, 0, f.cells_x * 8, f.cells_y * 8);
+  for (auto _ : state) {
+    switch (L) {
+      case bgra: {
+        cv::Matx<float, 2, 5> const m(112 / 256.f, -64 / 256.f, -38 / 256.f, 0, 128.f,  //
+                                      -18 / 256.f, -94 / 256.f, 112 / 256.f, 0, 128.f);
+        cv::transform(mat(0, CV_8UC4, sw, sh), cbcr, m);
+        break;
+      }
+      case ycbcra:
+      case s422: {
+        cv::Mat const src = mat(0, CV_8UC4, sw, sh);
+        cbcr.create(sh, sw, CV_8UC2);
+        int const from_to[] = {L == s422 ? 0 : 1, 0, L == s422 ? 2 : 2, 1};
+        cv::mixChannels(&src, 1, &cbcr, 1, from_to, 2);
+        break;
+      }
+      case y_cbcr: cbcr = mat(1, CV_8UC2, sw, sh); break;
+      case planar: cv::merge(std::vector<cv::Mat>{mat(1, CV_8UC1, sw, sh), mat(2, CV_8UC1, sw, sh)}, cbcr); break;
+    }
+    cv::absdiff(cbcr, cv::Scalar(key.cb, key.cr), diff);
+    cv::transform(diff, d, cv::Matx12f(1.f, 1.f));  // saturates at 255, as the key does
+    d.convertTo(w, CV_8U, -s, key.offset);
+    cv::resize(w(whole), cells, cv::Size(f.cells_x, f.cells_y), 0, 0, cv::INTER_AREA);
+    mask = cells > 0;
+    int const n = cv::connectedComponentsWithStats(mask, labels, stats, centroids, 4, CV_32S);
+    int best = 0;
+    for (int i = 1; i < n; ++i)
+      if (best == 0 || stats.at<int>(i, cv::CC_STAT_AREA) > stats.at<int>(best, cv::CC_STAT_AREA)) best = i;
+    winner = cv::Mat::zeros(cells.size(), cells.type());
+    cells.copyTo(winner, labels == best);
+    cv::Moments const mo = cv::moments(winner);
+    benchmark::DoNotOptimize(mo);
+  }
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * f.chroma_bytes());
+}
+#endif
+
+#define SIGHT_BENCH_LAYOUT(name, L)                                                                              \
+  void BM_generate_moments_##name(benchmark::State &s) { BM_generate_moments<L>(s); }                            \
+  void BM_read_pass_##name(benchmark::State &s) { BM_read_pass<L>(s); }                                          \
+  void BM_model_##name(benchmark::State &s) { BM_model<L>(s); }                                                  \
+  void BM_object_tracking_##name(benchmark::State &s) { BM_object_tracking<L>(s); }                              \
+  BENCHMARK(BM_generate_moments_##name)                                                                          \
+      ->ArgNames({"preview", "aligned"})                                                                         \
+      ->ArgsProduct({{0, 1}, {0, 1}})                                                                            \
+      ->Unit(benchmark::kMillisecond);                                                                           \
+  BENCHMARK(BM_read_pass_##name)->ArgNames({"aligned"})->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);          \
+  BENCHMARK(BM_model_##name)->Unit(benchmark::kMillisecond);                                                     \
+  BENCHMARK(BM_object_tracking_##name)                                                                           \
+      ->ArgNames({"preview", "aligned"})                                                                         \
+      ->ArgsProduct({{0, 1}, {0, 1}})                                                                            \
+      ->Unit(benchmark::kMillisecond);
+
+SIGHT_BENCH_LAYOUT(bgra, bgra)
+SIGHT_BENCH_LAYOUT(ycbcra, ycbcra)
+SIGHT_BENCH_LAYOUT(422, s422)
+SIGHT_BENCH_LAYOUT(y_cbcr, y_cbcr)
+SIGHT_BENCH_LAYOUT(planar, planar)
+
+#ifdef SIGHT_HAVE_OPENCV
+void BM_opencv_bgra(benchmark::State &s) { BM_opencv<bgra>(s); }
+void BM_opencv_ycbcra(benchmark::State &s) { BM_opencv<ycbcra>(s); }
+void BM_opencv_422(benchmark::State &s) { BM_opencv<s422>(s); }
+void BM_opencv_y_cbcr(benchmark::State &s) { BM_opencv<y_cbcr>(s); }
+void BM_opencv_planar(benchmark::State &s) { BM_opencv<planar>(s); }
+BENCHMARK(BM_opencv_bgra)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_opencv_ycbcra)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_opencv_422)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_opencv_y_cbcr)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_opencv_planar)->Unit(benchmark::kMillisecond);
+#endif
+
+}  // namespace
