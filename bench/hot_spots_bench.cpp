@@ -1,0 +1,305 @@
+// Hot spots at 1920 x 1080 in each layout, frame in cache (the same frame
+// every iteration):
+//   BM_hot_spots_<layout>          the eight default spots through operator();
+//   BM_opencv_spots_<layout>       the same eight rectangles the OpenCV way:
+//                                  chroma (conversion for BGRA), squared
+//                                  distance, compare, cv::countNonZero;
+//   BM_hot_spots_whole_<layout>    eight spots enlarged to the whole frame;
+//   BM_read_pass_<layout>          a plain read of the same bytes, eight times;
+//   BM_model_whole_<layout>        the scalar model on the eight whole frames.
+#include <benchmark/benchmark.h>
+
+#include <emmintrin.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <random>
+#include <string>
+
+#include <sight/frame/bitmap.h>
+#include <sight/hot_spots/extract_kernels.h>
+#include <sight/hot_spots/hot_spots.h>
+
+#include "hot_spots/extract_model.h"
+
+#ifdef SIGHT_HAVE_OPENCV
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+#endif
+
+namespace {
+
+namespace R = Tamarind::Rasters;
+namespace S = Korvane::Sight;
+namespace hm = hot_spots_model;
+
+constexpr int kWidth = 1920, kHeight = 1080;
+constexpr float kAspect = 16.0f / 9.0f;
+
+enum layout { bgra, ycbcra, ycbcr422, y_cbcr, planar };
+
+// One picture in every layout: the default key with noise, a quarter of the
+// pixels something else.
+struct frames {
+  R::bitmap<R::pixel_bgra_u8> bgra{};
+  R::bitmap<R::pixel_ycbcra_u8> ycbcra{};
+  R::bitmap_422<R::pixel_ycbcr_u8> ycbcr{};
+  R::bitmap<R::pixel_y_u8> y{};
+  R::bitmap<R::pixel_cbcr_u8> cbcr{};
+  R::bitmap<R::pixel_cb_u8> cb{};
+  R::bitmap<R::pixel_cr_u8> cr{};
+
+  frames() {
+    R::allocate(bgra, kWidth, kHeight);
+    R::allocate(ycbcra, kWidth, kHeight);
+    R::allocate(ycbcr, kWidth, kHeight);
+    R::allocate(y, kWidth, kHeight);
+    R::allocate(cbcr, kWidth / 2, kHeight / 2);
+    R::allocate(cb, kWidth / 2, kHeight / 2);
+    R::allocate(cr, kWidth / 2, kHeight / 2);
+    std::mt19937 rng(1);
+    std::uniform_int_distribution<int> noise(-20, 20), other(0, 3), byte(0, 255);
+    auto const level = [&](int key) {
+      return std::uint8_t(other(rng) == 0 ? byte(rng) : std::clamp(key + noise(rng), 0, 255));
+    };
+    for (int j = 0; j < kHeight; ++j)
+      for (int i = 0; i < kWidth; ++i) {
+        R::line(bgra, j)[i] = {level(160), level(90), level(50), 255};
+        R::line(ycbcra, j)[i] = {std::uint8_t(byte(rng)), level(165), level(105), 255};
+        R::line(y, j)[i] = {std::uint8_t(byte(rng))};
+        if (i % 2 == 0) R::line(ycbcr, j)[i / 2] = {level(165), 100, level(105), 100};
+        if (i % 2 == 0 && j % 2 == 0) {
+          R::line(cbcr, j / 2)[i / 2] = {level(165), level(105)};
+          R::line(cb, j / 2)[i / 2] = {level(165)};
+          R::line(cr, j / 2)[i / 2] = {level(105)};
+        }
+      }
+  }
+};
+
+frames const &the_frames() {
+  static frames const f;
+  return f;
+}
+
+// Chroma-bearing bytes of one frame in a layout.
+std::int64_t frame_bytes(layout l) {
+  switch (l) {
+    case bgra:
+    case ycbcra: return std::int64_t(kWidth) * kHeight * 4;
+    case ycbcr422: return std::int64_t(kWidth) * kHeight * 2;
+    case y_cbcr:
+    case planar: return std::int64_t(kWidth / 2) * (kHeight / 2) * 2;
+  }
+  return 0;
+}
+
+// Eight spots on; `whole` centres them all and makes them cover the frame.
+S::hot_spots make_spots(bool whole) {
+  S::hot_spots op;
+  op.enabled() = true;
+  for (int i = 0; i < op.size_spots(); ++i) {
+    op.spots(i).enabled() = true;
+    if (whole) op.spots(i).x() = 0, op.spots(i).y() = 0, op.spots(i).size() = 10.0f;
+  }
+  return op;
+}
+
+S::hot_spots_info run(S::hot_spots &op, layout l) {
+  frames const &f = the_frames();
+  switch (l) {
+    case bgra: return op(f.bgra, kAspect);
+    case ycbcra: return op(f.ycbcra, kAspect);
+    case ycbcr422: return op(f.ycbcr, kAspect);
+    case y_cbcr: return op(f.y, f.cbcr, kAspect);
+    case planar: return op(f.y, f.cb, f.cr, kAspect);
+  }
+  return {};
+}
+
+void bm_hot_spots(benchmark::State &state, layout l, bool whole) {
+  S::hot_spots op = make_spots(whole);
+  for (auto _ : state) {
+    S::hot_spots_info info = run(op, l);
+    benchmark::DoNotOptimize(info);
+  }
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * frame_bytes(l) * (whole ? 8 : 1));
+}
+
+// The plain read: 16-byte loads over every line's chroma-bearing bytes,
+// folded into one vector so that none is dropped.
+template <class B>
+__m128i read_lines(B const &b, std::int64_t bytes, __m128i acc) {
+  for (int j = 0; j < b.height; ++j) {
+    auto const *p = reinterpret_cast<__m128i const *>(R::line(b, j));
+    for (std::int64_t i = 0; i < bytes / 16; ++i) acc = _mm_add_epi32(acc, _mm_load_si128(p + i));
+  }
+  return acc;
+}
+
+void bm_read_pass(benchmark::State &state, layout l) {
+  frames const &f = the_frames();
+  for (auto _ : state) {
+    __m128i acc = _mm_setzero_si128();
+    for (int pass = 0; pass < 8; ++pass) {
+      switch (l) {
+        case bgra: acc = read_lines(f.bgra, R::line_bytes(f.bgra), acc); break;
+        case ycbcra: acc = read_lines(f.ycbcra, R::line_bytes(f.ycbcra), acc); break;
+        case ycbcr422: acc = read_lines(f.ycbcr, R::line_bytes(f.ycbcr), acc); break;
+        case y_cbcr: acc = read_lines(f.cbcr, R::line_bytes(f.cbcr), acc); break;
+        case planar:
+          acc = read_lines(f.cb, R::line_bytes(f.cb), acc);
+          acc = read_lines(f.cr, R::line_bytes(f.cr), acc);
+          break;
+      }
+    }
+    benchmark::DoNotOptimize(acc);
+  }
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * frame_bytes(l) * 8);
+}
+
+// The scalar model over the eight whole-frame rectangles.
+void bm_model_whole(benchmark::State &state, layout l) {
+  frames const &f = the_frames();
+  S::hot_spots op = make_spots(true);
+  S::detail::hot_spots_kernels::setup(op);
+  hm::key const k = hm::make_key(op.color().r(), op.color().g(), op.color().b(), op.tolerance_c(),
+                                 op.smoothness(), op.threshold());
+  S::detail::spot_rect rects[8];
+  S::detail::spot_rectangles(op, kWidth, kHeight, kAspect, rects);
+  auto const plane = [](auto const &b, int line) {
+    return hm::make_plane(reinterpret_cast<std::uint8_t const *>(b.data), b.stride, b.width, b.height,
+                          line);
+  };
+  for (auto _ : state) {
+    int total = 0;
+    for (auto const &r : rects) {
+      hm::rect const rr{r.left_top.x, r.left_top.y, r.right_bottom.x, r.right_bottom.y};
+      switch (l) {
+        case bgra: total += hm::extract_bgra(plane(f.bgra, kWidth * 4), rr, k).count; break;
+        case ycbcra: total += hm::extract_ycbcra(plane(f.ycbcra, kWidth * 4), rr, k).count; break;
+        case ycbcr422: total += hm::extract_422(plane(f.ycbcr, kWidth * 2), rr, k).count; break;
+        case y_cbcr: total += hm::extract_cbcr(plane(f.cbcr, kWidth), rr, k).count; break;
+        case planar:
+          total += hm::extract_cb_cr(plane(f.cb, kWidth / 2), plane(f.cr, kWidth / 2), rr, k).count;
+          break;
+      }
+    }
+    benchmark::DoNotOptimize(total);
+  }
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * frame_bytes(l) * 8);
+}
+
+#ifdef SIGHT_HAVE_OPENCV
+// Squared chroma distance of every element of `m` to the key through a
+// per-channel weight row, compared with the squared radius and counted.
+int count_opencv(cv::Mat const &m, cv::Scalar const &key, cv::Mat const &weights, float radius2) {
+  cv::Mat diff, wide, dist, mask;
+  cv::absdiff(m, key, diff);
+  diff.convertTo(wide, CV_32F);
+  wide = wide.mul(wide);
+  cv::transform(wide, dist, weights);
+  cv::compare(dist, radius2, mask, cv::CMP_GT);
+  return cv::countNonZero(mask);
+}
+
+void bm_opencv_spots(benchmark::State &state, layout l) {
+  cv::setNumThreads(1);
+  frames const &f = the_frames();
+  S::hot_spots op = make_spots(false);
+  S::detail::hot_spots_kernels::setup(op);
+  hm::key const k = hm::make_key(op.color().r(), op.color().g(), op.color().b(), op.tolerance_c(),
+                                 op.smoothness(), op.threshold());
+  float const radius2 = float(k.radius2);
+  S::detail::spot_rect rects[8];
+  S::detail::spot_rectangles(op, kWidth, kHeight, kAspect, rects);
+  auto const mat = [](auto const &b, int type, int cols, int rows) {
+    return cv::Mat(rows, cols, type, const_cast<void *>(static_cast<void const *>(b.data)),
+                   std::size_t(b.stride));
+  };
+  cv::Mat const bgra_m = mat(f.bgra, CV_8UC4, kWidth, kHeight);
+  cv::Mat const ycbcra_m = mat(f.ycbcra, CV_8UC4, kWidth, kHeight);
+  cv::Mat const ycbcr_m = mat(f.ycbcr, CV_8UC4, kWidth / 2, kHeight);
+  cv::Mat const cbcr_m = mat(f.cbcr, CV_8UC2, kWidth / 2, kHeight / 2);
+  cv::Mat const cb_m = mat(f.cb, CV_8UC1, kWidth / 2, kHeight / 2);
+  cv::Mat const cr_m = mat(f.cr, CV_8UC1, kWidth / 2, kHeight / 2);
+  for (auto _ : state) {
+    int covered = 0;
+    for (auto const &r : rects) {
+      cv::Rect const px(r.left_top.x, r.left_top.y, r.right_bottom.x - r.left_top.x,
+                        r.right_bottom.y - r.left_top.y);
+      cv::Rect const half(px.x / 2, px.y / 2, px.width / 2, px.height / 2);
+      cv::Rect const pairs(px.x / 2, px.y, px.width / 2, px.height);
+      int count = 0;
+      switch (l) {
+        case bgra: {
+          cv::Mat bgr, ycrcb;
+          cv::cvtColor(bgra_m(px), bgr, cv::COLOR_BGRA2BGR);
+          cv::cvtColor(bgr, ycrcb, cv::COLOR_BGR2YCrCb);
+          count = count_opencv(ycrcb, cv::Scalar(0, k.cr, k.cb), cv::Mat(cv::Matx13f(0, 1, 1)), radius2);
+          break;
+        }
+        case ycbcra:
+          count = count_opencv(ycbcra_m(px), cv::Scalar(0, k.cb, k.cr, 0),
+                               cv::Mat(cv::Matx14f(0, 1, 1, 0)), radius2);
+          break;
+        case ycbcr422:
+          count = count_opencv(ycbcr_m(pairs), cv::Scalar(k.cb, 0, k.cr, 0),
+                               cv::Mat(cv::Matx14f(1, 0, 1, 0)), radius2);
+          break;
+        case y_cbcr:
+          count = count_opencv(cbcr_m(half), cv::Scalar(k.cb, k.cr), cv::Mat(cv::Matx12f(1, 1)),
+                               radius2);
+          break;
+        case planar: {
+          cv::Mat dcb, dcr, fcb, fcr, dist, mask;
+          cv::absdiff(cb_m(half), cv::Scalar(k.cb), dcb);
+          cv::absdiff(cr_m(half), cv::Scalar(k.cr), dcr);
+          dcb.convertTo(fcb, CV_32F);
+          dcr.convertTo(fcr, CV_32F);
+          dist = fcb.mul(fcb) + fcr.mul(fcr);
+          cv::compare(dist, radius2, mask, cv::CMP_GT);
+          count = cv::countNonZero(mask);
+          break;
+        }
+      }
+      covered += count >= k.threshold ? 1 : 0;
+    }
+    benchmark::DoNotOptimize(covered);
+  }
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * frame_bytes(l));
+}
+#endif
+
+void register_all() {
+  struct named {
+    layout l;
+    char const *name;
+  };
+  for (named n : {named{bgra, "bgra"}, named{ycbcra, "ycbcra"}, named{ycbcr422, "ycbcr422"},
+                  named{y_cbcr, "y_cbcr"}, named{planar, "planar"}}) {
+    layout const l = n.l;
+    std::string const suffix = n.name;
+    benchmark::RegisterBenchmark(("BM_hot_spots_" + suffix).c_str(),
+                                 [l](benchmark::State &s) { bm_hot_spots(s, l, false); })
+        ->Unit(benchmark::kMicrosecond);
+#ifdef SIGHT_HAVE_OPENCV
+    benchmark::RegisterBenchmark(("BM_opencv_spots_" + suffix).c_str(),
+                                 [l](benchmark::State &s) { bm_opencv_spots(s, l); })
+        ->Unit(benchmark::kMicrosecond);
+#endif
+    benchmark::RegisterBenchmark(("BM_hot_spots_whole_" + suffix).c_str(),
+                                 [l](benchmark::State &s) { bm_hot_spots(s, l, true); })
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark(("BM_read_pass_" + suffix).c_str(),
+                                 [l](benchmark::State &s) { bm_read_pass(s, l); })
+        ->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark(("BM_model_whole_" + suffix).c_str(),
+                                 [l](benchmark::State &s) { bm_model_whole(s, l); })
+        ->Unit(benchmark::kMillisecond);
+  }
+}
+
+int const registered = (register_all(), 0);
+
+}  // namespace
