@@ -2,7 +2,8 @@
 // contract; this file holds the one body that all eight members share.
 #include <sight/super_resolution/line_kernels.h>
 
-#include <smmintrin.h>  // _mm_blendv_epi8
+#include <emmintrin.h>  // 128-bit integer vectors
+#include <xmmintrin.h>  // _mm_prefetch
 
 #include <cassert>
 #include <cstddef>
@@ -62,29 +63,21 @@ struct halves {
   __m128i upper, lower;
 };
 
-// The half-line table for 16 byte lanes, branch-free: both tests become byte
-// masks and the results are merged by blends. 2 * centre - above (or below)
-// is taken modulo 256 in every lane; a lane where it wraps is off the side
-// the blend keeps, so no clamp is needed.
+// The half-line table for 16 byte lanes, branch-free, in its minmod form:
+// upper = centre - step, lower = centre + step on a rising slope (above <=
+// centre <= below), the signs swapped on a falling one, and step = 0 off a
+// slope. step is the smaller distance to a neighbour, which gives exactly
+// the table's "above, 2 * centre - above" or "2 * centre - below, below".
+// The two tests are carried by saturated differences, which are zero
+// exactly where a side fails: min(centre -sat above, below -sat centre) is
+// the step of a rising slope and 0 otherwise, and likewise for a falling
+// one. At most one of the two is non-zero, and the results stay within
+// [min(above, below), max(above, below)], so the byte sums never wrap.
 inline halves half_lines(__m128i above, __m128i centre, __m128i below) {
-  __m128i const lo = _mm_min_epu8(above, below);
-  __m128i const hi = _mm_max_epu8(above, below);
-  // lo <= centre <= hi, as "max(centre, lo) == centre and min(centre, hi) == centre".
-  __m128i const on_slope =
-      _mm_and_si128(_mm_cmpeq_epi8(_mm_max_epu8(centre, lo), centre),
-                    _mm_cmpeq_epi8(_mm_min_epu8(centre, hi), centre));
-  // Absolute differences of unsigned bytes: one of the saturated differences is 0.
-  __m128i const d_above =
-      _mm_or_si128(_mm_subs_epu8(above, centre), _mm_subs_epu8(centre, above));
-  __m128i const d_below =
-      _mm_or_si128(_mm_subs_epu8(below, centre), _mm_subs_epu8(centre, below));
-  __m128i const flatter_above = _mm_cmpeq_epi8(_mm_min_epu8(d_above, d_below), d_above);
-  __m128i const twice = _mm_add_epi8(centre, centre);
-  __m128i const mirror_above = _mm_sub_epi8(twice, above);
-  __m128i const mirror_below = _mm_sub_epi8(twice, below);
-  __m128i const up = _mm_blendv_epi8(mirror_below, above, flatter_above);
-  __m128i const down = _mm_blendv_epi8(below, mirror_above, flatter_above);
-  return {_mm_blendv_epi8(centre, up, on_slope), _mm_blendv_epi8(centre, down, on_slope)};
+  __m128i const rising = _mm_min_epu8(_mm_subs_epu8(centre, above), _mm_subs_epu8(below, centre));
+  __m128i const falling = _mm_min_epu8(_mm_subs_epu8(above, centre), _mm_subs_epu8(centre, below));
+  return {_mm_add_epi8(_mm_sub_epi8(centre, rising), falling),
+          _mm_sub_epi8(_mm_add_epi8(centre, rising), falling)};
 }
 
 // Destination lines that one source line touches. `back` is the line under
