@@ -118,6 +118,7 @@ S::hot_spots_info run(S::hot_spots &op, layout l) {
 }
 
 void bm_hot_spots(benchmark::State &state, layout l, bool whole) {
+  the_frames();  // built before the clock runs
   S::hot_spots op = make_spots(whole);
   for (auto _ : state) {
     S::hot_spots_info info = run(op, l);
