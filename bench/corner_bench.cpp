@@ -1,0 +1,119 @@
+// Corner detection on a real photograph: this detector (segment test,
+// strength, suppression) against OpenCV's FAST with suppression on the same
+// luma, both on one thread, and the scalar model for scale.
+#include <sight/corner/detection.h>
+#include <sight/frame/bitmap.h>
+
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <cstring>
+#include <map>
+#include <utility>
+#include <vector>
+
+#include "corner/segment_test_model.h"
+
+#ifdef SIGHT_HAVE_OPENCV
+#include <opencv2/core.hpp>
+#include <opencv2/features2d.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#endif
+
+namespace {
+
+#ifdef SIGHT_HAVE_OPENCV
+
+namespace rasters = Tamarind::Rasters;
+using frame_type = Korvane::Sight::corner::detection::frame_type;
+
+constexpr int threshold = 70;
+char const *const photograph = "/usr/share/wallpapers/EveningGlow/contents/images/1920x1080.jpg";
+
+// The photograph's luma at w x h, loaded once per size.
+cv::Mat const &luma(int w, int h) {
+  static std::map<std::pair<int, int>, cv::Mat> cache;
+  cv::Mat &m = cache[{w, h}];
+  if (m.empty()) {
+    cv::Mat colour = cv::imread(photograph, cv::IMREAD_COLOR);
+    if (colour.empty()) return m;
+    if (colour.cols != w || colour.rows != h) cv::resize(colour, colour, cv::Size(w, h), 0, 0, cv::INTER_AREA);
+    cv::cvtColor(colour, m, cv::COLOR_BGR2GRAY);
+  }
+  return m;
+}
+
+// A 4:2:2 frame of the luma with neutral chroma: 16-byte aligned rows, or
+// the same moved one byte off so that the unaligned member runs.
+struct frame_422 {
+  std::vector<std::uint8_t> bytes;
+  frame_type frame{};
+  frame_422(cv::Mat const &g, bool aligned) {
+    int const stride = ((g.cols + 1) / 2 * 4 + 15) / 16 * 16;
+    bytes.assign(std::size_t(stride) * std::size_t(g.rows) + 32, 128);
+    auto *base = bytes.data();
+    while (reinterpret_cast<std::uintptr_t>(base) % 16 != 0) ++base;
+    if (!aligned) ++base;
+    for (int y = 0; y < g.rows; ++y)
+      for (int x = 0; x < g.cols; ++x) base[std::size_t(y) * stride + 2 * std::size_t(x) + 1] = g.at<std::uint8_t>(y, x);
+    rasters::attach(frame, reinterpret_cast<rasters::pixel_ycbcr_u8 *>(base), g.cols, g.rows, stride);
+  }
+};
+
+void BM_corner_detection_422(benchmark::State &state) {
+  cv::Mat const &g = luma(int(state.range(0)), int(state.range(1)));
+  if (g.empty()) return state.SkipWithError("photograph not found");
+  frame_422 f(g, state.range(2) != 0);
+  Korvane::Sight::corner::detection d;
+  d.threshold() = threshold;
+  int count = 0;
+  for (auto _ : state) {
+    d = f.frame;
+    count = d;
+    benchmark::DoNotOptimize(count);
+  }
+  state.counters["corners"] = count;
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * f.frame.height * rasters::line_bytes(f.frame));
+}
+
+void BM_cv_fast_gray(benchmark::State &state) {
+  cv::Mat const &g = luma(int(state.range(0)), int(state.range(1)));
+  if (g.empty()) return state.SkipWithError("photograph not found");
+  cv::setNumThreads(1);
+  std::vector<cv::KeyPoint> points;
+  for (auto _ : state) {
+    cv::FAST(g, points, threshold, true, cv::FastFeatureDetector::TYPE_9_16);
+    benchmark::DoNotOptimize(points.data());
+  }
+  state.counters["corners"] = double(points.size());
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * g.rows * g.cols);
+}
+
+// The naive model: segment test of every scanned pixel, strengths, suppression.
+void BM_corner_model_422(benchmark::State &state) {
+  cv::Mat const &g = luma(int(state.range(0)), int(state.range(1)));
+  if (g.empty()) return state.SkipWithError("photograph not found");
+  frame_422 f(g, true);
+  corner_model::picture const p{reinterpret_cast<std::uint8_t const *>(f.frame.data), f.frame.width,
+                                f.frame.height, f.frame.stride};
+  int count = 0;
+  for (auto _ : state) {
+    auto records = corner_model::corners(p, threshold);
+    count = corner_model::non_maxima_suppresion(records);
+    benchmark::DoNotOptimize(count);
+  }
+  state.counters["corners"] = count;
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * f.frame.height * rasters::line_bytes(f.frame));
+}
+
+BENCHMARK(BM_corner_detection_422)
+    ->ArgNames({"w", "h", "aligned"})
+    ->ArgsProduct({{720, 1920}, {576, 1080}, {0, 1}})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_cv_fast_gray)->ArgNames({"w", "h"})->ArgsProduct({{720, 1920}, {576, 1080}})->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_corner_model_422)->ArgNames({"w", "h"})->Args({1920, 1080})->Unit(benchmark::kMillisecond);
+
+#endif  // SIGHT_HAVE_OPENCV
+
+}  // namespace
