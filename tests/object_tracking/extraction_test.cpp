@@ -42,6 +42,8 @@ struct extraction_case {
   float cx, cy;               // its centre in pixels
 };
 
+void PrintTo(extraction_case const &c, std::ostream *os) { *os << c.name; }
+
 class extraction_test : public ::testing::TestWithParam<extraction_case> {};
 
 TEST_P(extraction_test, keeps_the_heaviest_region_centred_in_the_cropping) {

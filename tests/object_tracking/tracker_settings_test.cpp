@@ -27,6 +27,8 @@ struct worked_number {
 
 double bits(float f) { return double(std::bit_cast<std::uint32_t>(f)); }
 
+void PrintTo(worked_number const &w, std::ostream *os) { *os << w.name; }
+
 class worked_numbers_test : public ::testing::TestWithParam<worked_number> {};
 
 TEST_P(worked_numbers_test, set_up_gives_the_worked_value) {
