@@ -397,30 +397,4 @@ TEST(y_x2_edges, a_wrongly_sized_destination_is_never_overrun) {
   }
 }
 
-// Each pixel type is filtered as plain bytes of its line's byte length: the
-// same memory through the luma type of that width gives the same bytes, and
-// a 4:2:2 line of odd width includes its half-used last macro-pixel.
-TEST(y_x2_edges, every_pixel_type_is_its_bytes) {
-  std::mt19937 rng(16);
-  for (int p = 0; p <= int(pixel::ycbcr422); ++p)
-    for (int width : {1, 3, 6, 7}) {
-      int const bytes = byte_width(pixel(p), width), h = 6;
-      layout const l{bytes, h, bytes + 5, 1, 3}, l2{bytes, 2 * h, bytes + 5, 1, 3};
-      buffer s(l);
-      s.randomize(rng);
-      for (int o = 0; o <= int(operation::decomb_into); ++o) {
-        bool const doubled = o == int(operation::rescale_f0) || o == int(operation::rescale_f1);
-        buffer a(doubled ? l2 : l), b(doubled ? l2 : l);
-        if (o == int(operation::decomb_in_place)) {
-          sr_test::copy_bytes(s, a);
-          sr_test::copy_bytes(s, b);
-        }
-        apply(pixel(p), operation(o), s, width, h, a, doubled ? 2 * h : h);
-        apply(pixel::y, operation(o), s, bytes, h, b, doubled ? 2 * h : h);
-        ASSERT_EQ(0, std::memcmp(a.begin(), b.begin(), a.size())) << name(pixel(p)) << " " << name(operation(o))
-                                                                    << " width " << width;
-      }
-    }
-}
-
 }  // namespace
