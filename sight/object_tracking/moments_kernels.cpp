@@ -1,10 +1,6 @@
-// Moment-generation kernels of the tracker: a key weight per chroma sample,
-// and the weighted moments of every cell of 8 by 8 samples.
-//
-// Every layout runs the same cell loop (generate_cells). A layout supplies a
-// row reader that turns one cell row of the frame into eight weights in
-// 16-bit lanes and, under preview, paints that row; everything else, the
-// integer sums and their translation to the frame in floats, is shared.
+// Moment-generation kernels of the tracker. Every layout runs one cell loop
+// (generate_cells) with its own row reader, which turns a cell row into eight
+// weights in 16-bit lanes and, under preview, paints that row.
 #include <sight/object_tracking/moments_kernels.h>
 
 #include <cassert>
@@ -21,10 +17,9 @@ namespace {
 
 constexpr std::int8_t z = -128;  // a shuffle index with the top bit set yields a zero byte
 
-// Chroma coefficients for B, G, R, A of four pixels, as signed bytes for
-// _mm_maddubs_epi16. Alpha enters only as 129 * 255 (alpha is forced to 255),
-// which does not fit a signed byte, so its lane is 0 here and the term is
-// added as the constant g_alpha_term instead; the integers are the same.
+// Chroma coefficients for B, G, R, A as signed bytes for _mm_maddubs_epi16.
+// Alpha counts as 255, so its term 129 * 255 (no signed byte) is added as
+// g_alpha_term instead; the integers are the same.
 alignas(16) constexpr std::int8_t g_rgb_cbcr[2][16] = {
     {112, -64, -38, 0, 112, -64, -38, 0, 112, -64, -38, 0, 112, -64, -38, 0},
     {-18, -94, 112, 0, -18, -94, 112, 0, -18, -94, 112, 0, -18, -94, 112, 0}};
@@ -61,10 +56,9 @@ alignas(16) constexpr std::uint16_t g_255_hi[8] = {0xff00, 0xff00, 0xff00, 0xff0
 alignas(16) constexpr std::int16_t g_black_ycbcr[8] = {128, 16, 128, 16, 128, 16, 128, 16};
 alignas(16) constexpr std::int16_t g_black_ycbcra[8] = {0, 128, 128, 255, 0, 128, 128, 255};
 
-// Weights (low bytes of 16-bit lanes) moved to the high byte of the lanes
-// that hold the bytes they apply to, ready for a keep-high-half product.
-// g_weight_quad[q]: four-byte groups 2q and 2q + 1; g_weight_pair[h]:
-// two-byte groups 4h to 4h + 3.
+// Weights moved to the high byte of the lanes of the bytes they apply to, for
+// a keep-high-half product: [q] four-byte groups 2q, 2q + 1; [h] two-byte
+// groups 4h to 4h + 3.
 alignas(16) constexpr std::int8_t g_weight_quad[4][16] = {
     {z, 0, z, 0, z, 0, z, 0, z, 2, z, 2, z, 2, z, 2},
     {z, 4, z, 4, z, 4, z, 4, z, 6, z, 6, z, 6, z, 6},
@@ -163,14 +157,10 @@ inline __m128i blend_bytes(__m128i c, __m128i wlo, __m128i whi, __m128i k) {
   return _mm_packus_epi16(lo, hi);
 }
 
-// The cell loop shared by every layout.
-//
-// Rows supplies, per band of cells j, `band(j)`, and per cell i and cell row
-// r (0 to 7) `row(i, r)`: the eight weights of that row in 16-bit lanes, in
-// sample order (painting the row first under preview). WideX: a sample
-// stands for two pixels across (local x 0, 2, .., 14, cells 16 pixels wide);
-// TallY: for two lines down.
-//
+// The cell loop of every layout. Rows gives `band(j)` per band of cells and
+// `row(i, r)`, the weights of cell row r of cell i in sample order (painted
+// first under preview). WideX, TallY: a sample stands for two pixels across
+// (local x 0, 2, .., 14), or for two lines down.
 // Integer stage, exact: per column the sums of w and of w * ly in 16-bit
 // lanes (at most 2040 and 14280), w * ly * ly in four 32-bit lanes; the
 // column sums are weighted by lx and lx * lx after the eighth row. All totals

@@ -9,6 +9,10 @@
 // Memory: a kernel reads (and under preview writes) only the whole cells of
 // the frame, cells_x by cells_y of them. Columns and lines beyond the last
 // whole cell are neither read nor written, so a bitmap needs no padding.
+// Alignment: the Aligned members need data and |stride| of every bitmap they
+// touch to be multiples of 16 (R::is_aligned); the others take any address.
+// Strides may be negative. Rounding: every integer stage is exact, and each
+// truncation is named where it happens.
 #ifndef SIGHT_OBJECT_TRACKING_MOMENTS_KERNELS_H_
 #define SIGHT_OBJECT_TRACKING_MOMENTS_KERNELS_H_
 
