@@ -2,8 +2,8 @@
 // on 128-bit vectors, the count in four 32-bit lanes.
 #include <sight/hot_spots/extract_kernels.h>
 
-#include <smmintrin.h>  // _mm_cvtepu8_epi16, _mm_packus_epi32, _mm_blend_epi16
-#include <tmmintrin.h>  // _mm_shuffle_epi8, _mm_hadd_epi32
+#include <smmintrin.h>  // _mm_cvtepu8_epi16, _mm_blend_epi16
+#include <tmmintrin.h>  // _mm_shuffle_epi8
 
 #include <algorithm>
 #include <cassert>
@@ -137,22 +137,25 @@ spot_count hot_spots_kernels::count_spot_bgra(hot_spots const &op,
   if (c.empty) return spot_count{0, 0, true};
   key_test const key{op.ref_cb_cr, op.ref_tolerance_sq, hot_spots::g32_M1};
   __m128i const alpha = hot_spots::g_0_0_0_255;
-  __m128i const cb_k = hot_spots::g_rgb_cbcr[0];
-  __m128i const cr_k = hot_spots::g_rgb_cbcr[1];
-  // Cb coefficients in the low half, Cr in the high: one pixel, both sums.
-  __m128i const both_k = _mm_unpacklo_epi64(cb_k, cr_k);
-  __m128i const zero = _mm_setzero_si128();
+  __m128i const low_bytes = hot_spots::g16_255;
+  // Each row of the table regrouped into the word pairs (B, R) and (G, A):
+  // lane 0 of the shuffled row holds the first, lane 1 the second.
+  auto const pairs = [](__m128i row) { return _mm_shufflelo_epi16(row, _MM_SHUFFLE(3, 1, 2, 0)); };
+  __m128i const cb_k = pairs(hot_spots::g_rgb_cbcr[0]), cr_k = pairs(hot_spots::g_rgb_cbcr[1]);
+  __m128i const cb_br = _mm_shuffle_epi32(cb_k, 0x00), cb_ga = _mm_shuffle_epi32(cb_k, 0x55);
+  __m128i const cr_br = _mm_shuffle_epi32(cr_k, 0x00), cr_ga = _mm_shuffle_epi32(cr_k, 0x55);
   std::uintptr_t const end = buffer_end(frame);
 
-  // Four pixels to four (Cb, Cr) lanes. Each multiply-add gives two partial
-  // sums per pixel, the horizontal add joins them; Cr << 8 then holds Cr >> 8
-  // in its high word, which the blend takes.
+  // Four pixels to four (Cb, Cr) lanes. With alpha forced to 255, the words
+  // (B, R) and (G, A) of each pixel take two multiply-adds per chroma value,
+  // 112 B - 38 R and -74 G + 129 * 255 for Cb. Cr << 8 then holds Cr >> 8 in
+  // its high word (the sum is under 2^16), which the blend takes.
   auto const four = [&](__m128i v) {
     v = _mm_or_si128(v, alpha);
-    __m128i const lo = _mm_cvtepu8_epi16(v);
-    __m128i const hi = _mm_unpackhi_epi8(v, zero);
-    __m128i const cb = _mm_hadd_epi32(_mm_madd_epi16(lo, cb_k), _mm_madd_epi16(hi, cb_k));
-    __m128i const cr = _mm_hadd_epi32(_mm_madd_epi16(lo, cr_k), _mm_madd_epi16(hi, cr_k));
+    __m128i const br = _mm_and_si128(v, low_bytes);
+    __m128i const ga = _mm_srli_epi16(v, 8);
+    __m128i const cb = _mm_add_epi32(_mm_madd_epi16(br, cb_br), _mm_madd_epi16(ga, cb_ga));
+    __m128i const cr = _mm_add_epi32(_mm_madd_epi16(br, cr_br), _mm_madd_epi16(ga, cr_ga));
     return _mm_blend_epi16(_mm_srli_epi32(cb, 8), _mm_slli_epi32(cr, 8), 0xAA);
   };
 
@@ -160,12 +163,10 @@ spot_count hot_spots_kernels::count_spot_bgra(hot_spots const &op,
   for (int y = c.y0; y < c.y1; ++y) {
     std::uintptr_t const row_addr = row_address(frame, y);
     auto const *row = reinterpret_cast<std::uint8_t const *>(row_addr);
+    // One pixel in lane 0 through the same arithmetic; the other lanes are
+    // masked off by the test.
     auto const one = [&](__m128i a, int x) {
-      __m128i v = _mm_or_si128(_mm_cvtsi32_si128(int(read_u32(row + 4 * x))), alpha);
-      v = _mm_cvtepu8_epi16(_mm_shuffle_epi32(v, 0));
-      v = _mm_hadd_epi32(_mm_madd_epi16(v, both_k), zero);
-      v = _mm_packus_epi32(_mm_srli_epi32(v, 8), zero);
-      return key.count_one(a, v);
+      return key.count_one(a, four(_mm_cvtsi32_si128(int(read_u32(row + 4 * x)))));
     };
     auto const block = [&](__m128i a, int x) {
       a = key.count(a, four(load<Aligned>(row + 4 * x)));
