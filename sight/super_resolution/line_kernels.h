@@ -37,6 +37,10 @@
 // memory (padding, or the first bytes of the next line in memory) are
 // written, and a later read-back sees them.
 //
+// Every step of the walk issues a non-temporal prefetch 512 bytes ahead in
+// the below line, clamped to that line's last byte. No scratch memory: the
+// carry between source lines is the read-back of the destination.
+//
 // Members: SourceAligned and DestinationAligned pick 16-byte aligned loads
 // (and stores) for the 16-column steps of that view, which then must pass the
 // aligned test (data and |stride| multiples of 16). All four members give the
