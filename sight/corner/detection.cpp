@@ -62,17 +62,23 @@ void detection::operator=(frame_type const &frame) {
   int const width = frame.width;
   int const height = frame.height;
   if (height - edge_size > edge_size) {
-    bool const aligned = Tamarind::Rasters::is_aligned(frame);
-    for (int y = edge_size; y < height - edge_size; ++y) {
-      // A row reports fewer than `width` corners, so this room always
-      // suffices; eight rows' worth is gained at a time.
-      if (corners.end_of_storage - corners.last < width)
-        grow(corners, std::size_t(corners.last - corners.first) + 8 * std::size_t(width));
-      auto const *row = reinterpret_cast<std::uint8_t const *>(Tamarind::Rasters::line(frame, y));
-      corners.last = aligned
-                         ? detect_row_422<true>(row, frame.stride, width, y, th, tr, corners.last)
-                         : detect_row_422<false>(row, frame.stride, width, y, th, tr, corners.last);
-    }
+    struct growth {
+      record_array *array;
+      int width;
+    } g{&corners, width};
+    // Before each row: a row reports fewer than `width` corners, so that
+    // much free room always suffices; eight rows' worth is gained at a time.
+    reserve_fn const reserve = [](void *context, corner_record *last) {
+      auto const &[a, w] = *static_cast<growth *>(context);
+      a->last = last;
+      if (a->end_of_storage - a->last < w)
+        grow(*a, std::size_t(a->last - a->first) + 8 * std::size_t(w));
+      return a->last;
+    };
+    auto const *data = reinterpret_cast<std::uint8_t const *>(frame.data);
+    corners.last = Tamarind::Rasters::is_aligned(frame)
+                       ? detect_422<true>(data, frame.stride, width, height, th, tr, corners.last, reserve, &g)
+                       : detect_422<false>(data, frame.stride, width, height, th, tr, corners.last, reserve, &g);
   }
   // `corners` is sorted by row, then column: the suppression relies on it.
   no_features = non_maxima_suppresion(width, height);

@@ -1,4 +1,4 @@
-// Private inner loops of the corner detector: the segment test of one row in
+// Private inner loops of the corner detector: the segment test of a frame in
 // 16-pixel blocks, and the strength of a corner.
 #ifndef SIGHT_CORNER_SEGMENT_KERNELS_H_
 #define SIGHT_CORNER_SEGMENT_KERNELS_H_
@@ -10,27 +10,36 @@
 
 namespace Korvane::Sight::corner {
 
-// Segment test of one row of a 4:2:2 frame (bytes Cb Y Cr Y), 16 pixels a
-// step in signed 8-bit lanes.
+// Called before each scanned row with the end of the records so far; returns
+// where to go on writing (the storage may have moved), with room for a row.
+using reserve_fn = corner_record *(*)(void *context, corner_record *last);
+
+// Segment test of a 4:2:2 frame (bytes Cb Y Cr Y), 16 pixels a step in
+// signed 8-bit lanes.
 //
-// Inputs: `row` is the first byte of row y; rows y - 3 to y + 3 must exist at
-// `stride` bytes apart. Blocks start at x = 8, 24, 40, ... while x < width - 8,
-// and each block is tested whole, so with a width that is not a multiple of 16
-// the last block also tests (and may report) columns up to x + 15, reading up
-// to 20 bytes past the row's picture bytes; those lie in the frame's next row
-// in memory, which always exists for a scanned row.
+// Rows 8 to height - 9 are scanned. Blocks start at x = 8, 24, 40, ... while
+// x < width - 8, and each block is tested whole, so with a width that is not
+// a multiple of 16 the last block also tests (and may report) columns up to
+// x + 15 <= width + 6.
 // Threshold: `th` and `tr` are the signed-byte halves of the threshold; a
 // ring pixel is darker when sat(Y7(c) - th) > Y7(p) and brighter when
 // Y7(p) > sat(Y7(c) + tr), with Y7 = Y >> 1 and sat saturating to -128..127.
+// The halved luma of the seven rows around the centre row is kept in a
+// rolling window on the stack (7 * (16 * ceil((x_last + 19) / 16) + 16)
+// bytes), each row converted once, in 16-pixel pieces from column 0 up to
+// the piece that holds column x_last + 18. The last piece reads at most 30
+// bytes past a row's picture bytes; for every row that is read, those lie in
+// the frame's next row in memory, so nothing outside the frame is touched.
 // Pairs of opposite ring positions are loaded only while the rejection
-// cascade still has a candidate in the block.
-// Alignment: the aligned member needs `row` and `stride` on 16 bytes; it then
-// reads the centre row and the top and bottom ring rows with aligned loads.
-// Output: one record per corner, ascending x, with its strength, written from
-// `out` on; returns the end. The caller provides room for a whole row.
+// cascade still has a candidate in the block; the centre row and the top and
+// bottom ring rows are read from the window with aligned loads.
+// Alignment: the aligned member needs `data` and `stride` on 16 bytes and
+// then converts the rows with aligned loads.
+// Output: one record per corner, by row, then ascending x, with its strength.
 template <bool Aligned>
-corner_record *detect_row_422(std::uint8_t const *row, std::ptrdiff_t stride, int width, int y,
-                              std::int8_t th, std::int8_t tr, corner_record *out);
+corner_record *detect_422(std::uint8_t const *data, std::ptrdiff_t stride, int width, int height,
+                          std::int8_t th, std::int8_t tr, corner_record *out, reserve_fn reserve,
+                          void *context);
 
 // Sum over the 16 ring pixels of |Y(p) - Y(c)| on full 8-bit luma, for
 // pixel x of the row that starts at `row`. At most 4080.
