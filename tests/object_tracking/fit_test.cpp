@@ -30,11 +30,6 @@ moments box_moments(double m, double cx, double cy, double p, double q, double a
 
 double length(glm::vec2 v) { return std::hypot(double(v.x), double(v.y)); }
 
-struct fit_case {
-  bool rotation, size, aspect;  // the three track_ switches
-  double angle;
-};
-
 // track_rotation, track_size, track_aspect, angle of the blob.
 class fit_test : public ::testing::TestWithParam<std::tuple<bool, bool, bool, double>> {};
 
@@ -48,36 +43,35 @@ std::string fit_case_name(::testing::TestParamInfo<fit_test::ParamType> const &i
 
 TEST_P(fit_test, box_follows_the_blob_within_the_constraints) {
   auto const [rotation, size, aspect, angle] = GetParam();
-  fit_case const c{rotation, size, aspect, angle};
   object_tracking t;
-  t.constraints().track_rotation() = c.rotation;
-  t.constraints().track_size() = c.size;
-  t.constraints().track_aspect() = c.aspect;
+  t.constraints().track_rotation() = rotation;
+  t.constraints().track_size() = size;
+  t.constraints().track_aspect() = aspect;
   t.constraints().size() = 0.5f;
   double const p = 0.6, q = 0.2;
   object_tracking_info info;
-  access::fit_object(t, info, box_moments(5000, 0.3, -0.2, p, q, c.angle));
+  access::fit_object(t, info, box_moments(5000, 0.3, -0.2, p, q, angle));
   ASSERT_EQ(info.object_detected(), 1);
   EXPECT_NEAR(info.centre().x, 0.3, 1e-5);
   EXPECT_NEAR(info.centre().y, -0.2, 1e-5);
   glm::vec2 const x = info.x_axis(), y = info.y_axis();
   EXPECT_GE(y.y * x.x - x.y * y.x, 0.0f) << "mirrored";
-  if (!c.rotation) {
+  if (!rotation) {
     EXPECT_EQ(x.y, 0.0f);
     EXPECT_EQ(y.x, 0.0f);
   } else {
     // Along the blob, with a positive x component after a fresh start.
-    double const a = c.angle * kPi / 180;
+    double const a = angle * kPi / 180;
     EXPECT_NEAR(std::fabs(x.x * std::sin(a) - x.y * std::cos(a)) / length(x), 0.0, 1e-4);
     EXPECT_GT(x.x, -1e-6f);
   }
-  if (!c.size) {
+  if (!size) {
     EXPECT_NEAR(length(y), 0.5, 1e-6);
   }
-  if (!c.aspect) {
+  if (!aspect) {
     EXPECT_NEAR(length(x) / length(y), 16.0 / 9.0, 1e-5);
   }
-  if (c.rotation && c.size && c.aspect) {
+  if (rotation && size && aspect) {
     EXPECT_NEAR(length(x), p, 1e-4);
     EXPECT_NEAR(length(y), q, 1e-4);
   }

@@ -40,12 +40,9 @@ struct object_tracking_test_access {
   static std::uint16_t const *key_scale(object_tracking const &t) { return t.key_scale; }
   static std::uint16_t const *key_offset(object_tracking const &t) { return t.key_offset; }
   static float &minimum_mass(object_tracking &t) { return t.minimum_mass; }
-  static float moment_bias(object_tracking const &t) { return t.moment_bias; }
   static glm::vec2 &previous_x_axis(object_tracking &t) { return t.previous_x_axis; }
   static float crop_x_min(object_tracking const &t) { return t.crop_x_min; }
   static float crop_x_max(object_tracking const &t) { return t.crop_x_max; }
-  static float crop_y_min(object_tracking const &t) { return t.crop_y_min; }
-  static float crop_y_max(object_tracking const &t) { return t.crop_y_max; }
 };
 
 }  // namespace Korvane::Sight
