@@ -3,6 +3,7 @@
 // field type, and the outlines it paints.
 #include <array>
 #include <bit>
+#include <cmath>
 #include <cstring>
 #include <random>
 #include <sstream>
@@ -260,6 +261,15 @@ TEST(message_edge_test, unknown_format_and_disabled_tracker_look_at_nothing) {
   m.data_format() = video::format_bgra;
   t.enabled() = false;
   EXPECT_EQ(bits(t(&m, true)), bits(object_tracking_info()));
+}
+
+TEST(state_test, a_frame_smaller_than_a_cell_passes_the_mass_test_with_nothing) {
+  // No cells: minimum_mass is 0, so an empty region "fits", with 0 / 0.
+  object_tracking t;
+  t.enabled() = true;
+  object_tracking_info const info = test_frame(layout::bgra, 7, 7, 0, 0).track(t, 0.0f, 7);
+  EXPECT_EQ(info.object_detected(), 1);
+  EXPECT_TRUE(std::isnan(info.centre().x) && std::isnan(info.x_axis().x));
 }
 
 TEST(state_test, disabling_keeps_grid_and_axis_and_copies_stay_in_bounds) {
