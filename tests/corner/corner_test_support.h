@@ -77,9 +77,12 @@ struct frame_buffer {
 
   frame_buffer(int width, int height, int stride, int offset) {
     std::size_t const line = std::size_t((width + 1) / 2 * 4);
-    std::size_t const size = height > 0 ? std::size_t(height - 1) * std::size_t(stride) + line : 0;
+    std::size_t const rows = std::size_t(std::abs(stride));
+    std::size_t const size = height > 0 ? std::size_t(height - 1) * rows + line : 0;
     bytes.resize(std::size_t(offset) + size);
-    frame.data = reinterpret_cast<Tamarind::Rasters::pixel_ycbcr_u8 *>(bytes.data() + offset);
+    // A negative stride starts from the last row of the buffer.
+    std::size_t const first = stride < 0 && height > 0 ? std::size_t(height - 1) * rows : 0;
+    frame.data = reinterpret_cast<Tamarind::Rasters::pixel_ycbcr_u8 *>(bytes.data() + offset + first);
     frame.width = width;
     frame.height = height;
     frame.stride = stride;
@@ -95,21 +98,29 @@ struct frame_buffer {
   }
 };
 
-// Stride choices: tightly packed, padded to 16, and padded by an amount that
-// keeps rows off 16-byte boundaries.
-enum class layout { tight, aligned, padded };
+// Stride choices: tightly packed, padded to 16, padded by an amount that
+// keeps rows off 16-byte boundaries, and padded to 16 but bottom-up (a
+// negative stride from the last row).
+enum class layout { tight, aligned, padded, reversed };
 inline int stride_for(layout l, int width) {
   int const line = (width + 1) / 2 * 4;
   switch (l) {
     case layout::tight: return line;
     case layout::aligned: return (line + 15) / 16 * 16;
+    case layout::reversed: return -(line + 15) / 16 * 16;
     case layout::padded: return line + 20;
   }
   return line;
 }
 inline int offset_for(layout l) { return l == layout::padded ? 5 : 0; }
 inline std::string name_of(layout l) {
-  return l == layout::tight ? "tight" : l == layout::aligned ? "aligned" : "padded";
+  switch (l) {
+    case layout::tight: return "tight";
+    case layout::aligned: return "aligned";
+    case layout::padded: return "padded";
+    case layout::reversed: return "reversed";
+  }
+  return "";
 }
 
 }  // namespace corner_test

@@ -177,7 +177,7 @@ std::string frame_name(::testing::TestParamInfo<frame_param> const &info) {
 INSTANTIATE_TEST_SUITE_P(
     frames, segment_test,
     ::testing::Combine(::testing::ValuesIn(widths()), ::testing::Values(16, 17, 24),
-                       ::testing::Values(layout::tight, layout::aligned, layout::padded),
+                       ::testing::Values(layout::tight, layout::aligned, layout::padded, layout::reversed),
                        ::testing::Values(content::uniform, content::levels, content::blocks, content::isolated)),
     frame_name);
 
