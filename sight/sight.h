@@ -2,6 +2,8 @@
 #ifndef SIGHT_SIGHT_H_
 #define SIGHT_SIGHT_H_
 
+// Pixel layer: bitmaps, pixel types, lines, conversion, PNG output,
+// messages and their field views, GPU variables.
 #include <sight/frame/bitmap.h>
 #include <sight/frame/convert.h>
 #include <sight/frame/field_views.h>
@@ -10,6 +12,17 @@
 #include <sight/frame/pixel.h>
 #include <sight/frame/rasterize.h>
 #include <sight/frame/variables.h>
+
+// Operators.
+#include <sight/corner/detection.h>
+#include <sight/corner/threshold.h>
+#include <sight/hot_spots/hot_spots.h>
+#include <sight/hot_spots/hot_spots_data.h>
+#include <sight/hot_spots/hot_spots_info.h>
 #include <sight/object_tracking/object_detected.h>
+#include <sight/object_tracking/object_tracking.h>
+#include <sight/object_tracking/object_tracking_data.h>
+#include <sight/object_tracking/object_tracking_info.h>
+#include <sight/super_resolution/y_x2.h>
 
 #endif  // SIGHT_SIGHT_H_
