@@ -27,9 +27,7 @@ struct detection_access {
   static std::vector<corner_record> features(detection const &d) {
     return {d.features.first, d.features.last};
   }
-  static std::size_t corners_capacity(detection const &d) {
-    return std::size_t(d.corners.end_of_storage - d.corners.first);
-  }
+  // The record after the last: the suppression's end mark.
   static corner_record end_mark(detection const &d) { return *d.corners.last; }
   // Replaces the corner list with `records`, with storage for exactly those
   // (the suppression must then find room for its end mark itself).
@@ -49,9 +47,6 @@ struct detection_access {
   static int suppress(detection &d, int width) { return d.non_maxima_suppresion(width, 0); }
   static void extract(detection &d) { d.features_extract(detection::frame_type{}); }
   static void set_count(detection &d, int n) { d.no_features = n; }
-  static void set_feature_strength(detection &d, std::size_t i, std::uint16_t s) {
-    d.features.first[i].strength = s;
-  }
 };
 
 }  // namespace Korvane::Sight::corner
@@ -87,12 +82,9 @@ struct frame_buffer {
     frame.height = height;
     frame.stride = stride;
   }
-  std::uint8_t *row(int y) { return bytes.data() + (frame_offset() + std::ptrdiff_t(y) * frame.stride); }
-  std::ptrdiff_t frame_offset() const {
-    return reinterpret_cast<std::uint8_t const *>(frame.data) - bytes.data();
+  void set_luma(int x, int y, int v) {
+    reinterpret_cast<std::uint8_t *>(frame.data)[std::ptrdiff_t(y) * frame.stride + 2 * x + 1] = std::uint8_t(v);
   }
-  void set_luma(int x, int y, int v) { row(y)[2 * x + 1] = std::uint8_t(v); }
-  int luma(int x, int y) { return row(y)[2 * x + 1]; }
   corner_model::picture picture() const {
     return {reinterpret_cast<std::uint8_t const *>(frame.data), frame.width, frame.height, frame.stride};
   }

@@ -119,7 +119,6 @@ TEST(small_frame_test, yields_no_corner) {
     if (w == 17 && h == 17) f.set_luma(8, 8, 255);  // one scanned row: an isolated white pixel
     detection d;
     d = f.frame;
-    EXPECT_GE(detection_access::corners_capacity(d), 1u) << w << "x" << h;
     EXPECT_EQ(detection_access::end_mark(d).y, 0xFFFF);
     EXPECT_EQ(int(d), w == 17 ? 1 : 0) << w << "x" << h;
   }

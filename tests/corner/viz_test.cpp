@@ -191,21 +191,6 @@ INSTANTIATE_TEST_SUITE_P(
                  std::get<3>(info.param), std::get<4>(info.param) ? "_shared_stride" : "_own_stride");
     });
 
-// A canvas of the right size is reused; one of another size is replaced.
-TEST(canvas_test, reuses_a_canvas_of_the_right_size) {
-  source_frame left(8, 6, line_of(8), 3), right(8, 6, line_of(8), 4);
-  frame_type canvas{};
-  detection d;
-  d.viz(canvas, left.frame, right.frame, {});
-  auto *const first = canvas.data;
-  d.viz(canvas, left.frame, right.frame, {});
-  EXPECT_EQ(canvas.data, first);
-  source_frame taller(8, 9, line_of(8), 5);
-  d.viz(canvas, left.frame, taller.frame, {});
-  EXPECT_EQ(canvas.height, 9);
-  rasters::release(canvas);
-}
-
 // Luma of every canvas pixel (x, y).
 std::vector<int> canvas_luma(frame_type const &canvas) {
   std::vector<int> out;
