@@ -1,7 +1,8 @@
 #include <sight/corner/segment_kernels.h>
 
 #include <emmintrin.h>  // SSE2 loads, saturating adds, byte compares, movemask
-#include <smmintrin.h>  // _mm_testz_si128
+#include <smmintrin.h>  // _mm_testz_si128, signed byte min/max, byte blends
+#include <tmmintrin.h>  // _mm_shuffle_epi8
 
 #include <cassert>
 #include <cstdint>
@@ -30,104 +31,150 @@ void halve_luma_422(std::uint8_t const *row, int pieces, std::uint8_t *out) {
   }
 }
 
-// One ring position of the 16 pixels of a block: lanes all ones where the
-// ring pixel is darker (d) or brighter (b) than the centre allows.
-struct kinds {
-  __m128i d, b;
-};
-inline kinds compare(__m128i v, __m128i low, __m128i high) {
-  return {_mm_cmpgt_epi8(low, v), _mm_cmpgt_epi8(v, high)};
-}
-inline kinds operator&(kinds x, kinds y) { return {_mm_and_si128(x.d, y.d), _mm_and_si128(x.b, y.b)}; }
-inline kinds operator|(kinds x, kinds y) { return {_mm_or_si128(x.d, y.d), _mm_or_si128(x.b, y.b)}; }
-inline bool none(kinds m) {
-  __m128i const any = _mm_or_si128(m.d, m.b);
-  return _mm_testz_si128(any, any) != 0;
-}
+// Ring positions in cyclic order: the window row (0 to 6 for y - 3 to y + 3)
+// and the column offset from the centre.
+constexpr int ring_row[16] = {0, 0, 1, 2, 3, 4, 5, 6, 6, 6, 5, 4, 3, 2, 1, 0};
+constexpr int ring_dx[16] = {0, 1, 2, 3, 3, 3, 2, 1, 0, -1, -2, -3, -3, -3, -2, -1};
 
-// Byte offsets of the ring of radius 3 from the centre's luma byte, in cyclic order.
-struct ring_offsets {
-  std::ptrdiff_t at[16];
-  explicit ring_offsets(std::ptrdiff_t s)
-      : at{-3 * s, -3 * s + 2, -2 * s + 4, -s + 6, 6,  s + 6,  2 * s + 4,  3 * s + 2,
-           3 * s,  3 * s - 2,  2 * s - 4,  s - 6,  -6, -s - 6, -2 * s - 4, -3 * s - 2} {}
-};
-
-inline int strength_at(std::uint8_t const *centre, ring_offsets const &ring) {
-  int const c = centre[0];
-  int sum = 0;
-  for (std::ptrdiff_t const o : ring.at) {
-    int const d = int(centre[o]) - c;
-    sum += d < 0 ? -d : d;
-  }
-  return sum;
-}
-
-// The first pair of the cascade for the block at column offset c: the
-// running mask A0 | A8, and the bounds of the block's centres.
-struct first_pair {
+// The bounds of a block's 16 centres: a ring pixel is darker below `low` and
+// brighter above `high`. Saturation keeps high at 127 for a bright centre,
+// so that nothing is brighter than it.
+struct bounds {
   __m128i low, high;
-  kinds a0, a8;
 };
-inline first_pair start_block(std::uint8_t const *const h[7], std::ptrdiff_t c, __m128i vth, __m128i vtr) {
-  __m128i const yc = load<true>(h[3] + c);
-  // Saturation keeps high at 127 for a bright centre: nothing is brighter.
-  __m128i const low = _mm_subs_epi8(yc, vth);
-  __m128i const high = _mm_adds_epi8(yc, vtr);
-  return {low, high, compare(load<true>(h[0] + c), low, high), compare(load<true>(h[6] + c), low, high)};
+inline bounds bounds_at(std::uint8_t const *centre, __m128i vth, __m128i vtr) {
+  __m128i const yc = load<true>(centre);
+  return {_mm_subs_epi8(yc, vth), _mm_adds_epi8(yc, vtr)};
+}
+
+// Ring position k of a block as one 32-bit mask, a bit per pixel: darker in
+// the low 16 bits, brighter in the high 16. The two kinds live in separate
+// halves, so the bitwise cascade below never mixes them.
+template <int K>
+inline std::uint32_t ring_mask(std::uint8_t const *const h[7], std::ptrdiff_t c, bounds b) {
+  __m128i const v = load<(ring_dx[K] == 0)>(h[ring_row[K]] + c + ring_dx[K]);
+  auto const darker = std::uint32_t(_mm_movemask_epi8(_mm_cmpgt_epi8(b.low, v)));
+  auto const brighter = std::uint32_t(_mm_movemask_epi8(_mm_cmpgt_epi8(v, b.high)));
+  return darker | brighter << 16;
+}
+
+// Window offset of block j of the group that starts `first` columns after
+// column 8: the block's first pixel x = 8 + first + 16 j sits at 8 + x.
+inline std::ptrdiff_t block_offset(int first, int j) { return 16 + first + 16 * std::ptrdiff_t(j); }
+
+// Masks of one block kept between the steps of the cascade.
+struct block_state {
+  std::uint32_t a[16];  // a[k]: ring position k, as ring_mask gives it
+  std::uint32_t m;      // the running mask
+};
+
+// One step of the cascade for every block whose bit is set in `pass`: loads
+// the pairs (K, K + 8) of `Ks`, narrows the running mask by `narrow` (the
+// first step starts it) and returns the blocks whose mask is still non-zero.
+// A block whose mask has become zero is in no later step, so it loads no
+// further pair. Running the steps block set by block set instead of block by
+// block leaves the loops over blocks as the only data-dependent branches.
+template <bool Start, int... Ks, class Narrow>
+inline std::uint64_t cascade_step(std::uint8_t const *const h[7], int first, std::uint64_t pass,
+                                  block_state *state, __m128i vth, __m128i vtr, Narrow narrow) {
+  std::uint64_t next = 0;
+  for (; pass != 0; pass &= pass - 1) {
+    int const j = __builtin_ctzll(pass);
+    std::ptrdiff_t const c = block_offset(first, j);
+    bounds const b = bounds_at(h[3] + c, vth, vtr);
+    block_state &s = state[j];
+    ((s.a[Ks] = ring_mask<Ks>(h, c, b), s.a[Ks + 8] = ring_mask<Ks + 8>(h, c, b)), ...);
+    s.m = Start ? narrow(s.a) : s.m & narrow(s.a);
+    next |= std::uint64_t(s.m != 0) << j;
+  }
+  return next;
+}
+
+// Strength of the corner whose luma byte is at `centre`: the sum of
+// |Y(p) - Y(c)| over the ring on full 8-bit luma, at most 4080.
+// From each of the seven rows one 16-byte load around the centre brings the
+// ring's luma bytes; they are blended into two vectors whose other bytes
+// hold Y(c), so that one sum of absolute differences against Y(c) in every
+// byte adds exactly the 16 ring terms (the rest contribute 0). Row 0 is read
+// one byte later than the others so that its two ring pixels fall on bytes
+// that rows -1 and 1 leave free. The loads reach 9 bytes past the luma byte of
+// column x + 3 (see the kernel's memory note).
+inline int strength_at(std::uint8_t const *centre, std::ptrdiff_t stride) {
+  std::uint8_t const *const base = centre - 7;  // row byte of column x - 3, luma at offset 1
+  auto row = [&](int dy, int shift) { return load<false>(base + dy * stride + shift); };
+  __m128i const r0 = row(0, 1);  // luma of x - 3, x, x + 3 at bytes 0, 6, 12
+  __m128i const yc = _mm_shuffle_epi8(r0, _mm_set1_epi8(6));
+  // Bytes taken from each row: x - 1, x, x + 1 at 5, 7, 9; x -+ 2 at 3, 11; x -+ 3 at 1, 13.
+  __m128i const ends = _mm_setr_epi8(-1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, -1, 0, 0, 0);
+  __m128i const far = _mm_setr_epi8(0, 0, 0, 0, 0, -1, 0, -1, 0, -1, 0, 0, 0, 0, 0, 0);
+  __m128i const mid = _mm_setr_epi8(0, 0, 0, -1, 0, 0, 0, 0, 0, 0, 0, -1, 0, 0, 0, 0);
+  __m128i const near = _mm_setr_epi8(0, -1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, -1, 0, 0);
+  __m128i up = _mm_blendv_epi8(yc, r0, ends);
+  up = _mm_blendv_epi8(up, row(-3, 0), far);
+  up = _mm_blendv_epi8(up, row(-2, 0), mid);
+  up = _mm_blendv_epi8(up, row(-1, 0), near);
+  __m128i down = _mm_blendv_epi8(yc, row(3, 0), far);
+  down = _mm_blendv_epi8(down, row(2, 0), mid);
+  down = _mm_blendv_epi8(down, row(1, 0), near);
+  __m128i const sums = _mm_add_epi64(_mm_sad_epu8(up, yc), _mm_sad_epu8(down, yc));
+  return _mm_cvtsi128_si32(sums) + _mm_extract_epi16(sums, 4);
 }
 
 // The segment test of one row from the window: h[0] to h[6] are the halved
 // rows y - 3 to y + 3, 16-byte aligned, with pixel x at h[k][8 + x] (so that
-// a block's first pixel, x = 8 mod 16, lands on a 16-byte boundary). The
-// masks are those of the cascade, kept per lane in two vectors, one per
-// kind; the kinds never mix. The first pair, which every block loads, is
-// tested for up to 64 blocks at a time without branches; only the blocks
-// that pass it go on, pair by pair, to the rest of the cascade.
-corner_record *test_row(std::uint8_t const *const h[7], std::uint8_t const *row, ring_offsets const &ring,
+// a block's first pixel, x = 8 mod 16, lands on a 16-byte boundary). Blocks
+// go in groups of up to 64. The first pair, which every block loads, is
+// tested for the whole group without branches (a pixel has a darker pixel in
+// the pair when low > min, a brighter one when max > high); then each later
+// pair is loaded for the blocks still in the running, one step at a time.
+corner_record *test_row(std::uint8_t const *const h[7], std::uint8_t const *row, std::ptrdiff_t stride,
                         int width, int y, __m128i vth, __m128i vtr, corner_record *out) {
-  for (int group = 8; group < width - 8; group += 64 * 16) {
+  block_state state[64];
+  for (int first = 0; first < width - 16; first += 64 * 16) {
     std::uint64_t pass = 0;
-    for (int j = 0, x = group; j < 64 && x < width - 8; ++j, x += 16) {
-      first_pair const f = start_block(h, 8 + x, vth, vtr);
-      pass |= std::uint64_t(!none(f.a0 | f.a8)) << j;
+    for (int j = 0; j < 64 && first + 16 * j < width - 16; ++j) {
+      std::ptrdiff_t const c = block_offset(first, j);
+      bounds const b = bounds_at(h[3] + c, vth, vtr);
+      __m128i const a0 = load<true>(h[0] + c), a8 = load<true>(h[6] + c);
+      __m128i const any = _mm_or_si128(_mm_cmpgt_epi8(b.low, _mm_min_epi8(a0, a8)),
+                                       _mm_cmpgt_epi8(_mm_max_epi8(a0, a8), b.high));
+      pass |= std::uint64_t(!_mm_testz_si128(any, any)) << j;
     }
+    if (pass == 0) continue;
+    // The running mask A0 | A8 is non-zero for these blocks, so (1, 9) is
+    // due; both pairs are loaded here and the mask narrowed by (1, 9).
+    pass = cascade_step<true, 0, 1>(h, first, pass, state, vth, vtr, [](std::uint32_t const *a) {
+      return (a[0] | a[8]) & ((a[0] & a[1]) | (a[8] & a[9]));
+    });
+    pass = cascade_step<false, 2>(h, first, pass, state, vth, vtr, [](std::uint32_t const *a) {
+      return (a[1] & a[2]) | (a[9] & a[10]);
+    });
+    pass = cascade_step<false, 3>(h, first, pass, state, vth, vtr, [](std::uint32_t const *a) {
+      return (a[2] & a[3]) | (a[10] & a[11]);
+    });
+    pass = cascade_step<false, 4>(h, first, pass, state, vth, vtr, [](std::uint32_t const *a) {
+      return ((a[0] | a[10]) & a[11] & a[12]) | ((a[2] | a[8]) & a[3] & a[4]);
+    });
+    pass = cascade_step<false, 5>(h, first, pass, state, vth, vtr, [](std::uint32_t const *a) {
+      return (((a[0] & a[1]) | (a[10] & a[11])) & a[12] & a[13]) | (((a[2] & a[3]) | (a[8] & a[9])) & a[4] & a[5]);
+    });
+    pass = cascade_step<false, 6>(h, first, pass, state, vth, vtr, [](std::uint32_t const *a) {
+      return (((a[0] & a[1] & a[2]) | (a[10] & a[11] & a[12])) & a[13] & a[14]) |
+             (((a[2] & a[3] & a[4]) | (a[8] & a[9] & a[10])) & a[5] & a[6]);
+    });
+    pass = cascade_step<false, 7>(h, first, pass, state, vth, vtr, [](std::uint32_t const *a) {
+      return (a[15] & (a[7] | (((a[11] & a[12] & a[13]) | (a[1] & a[2] & a[3])) & a[14] & a[0]))) |
+             (((a[3] & a[4] & a[5]) | (a[9] & a[10] & a[11])) & a[6] & a[7] & a[8]);
+    });
+    // Either kind makes a corner; blocks and bits lowest first keep x ascending.
     for (; pass != 0; pass &= pass - 1) {
-      int const x = group + 16 * __builtin_ctzll(pass);
-      std::ptrdiff_t const c = 8 + x;
-      auto const [low, high, a0, a8] = start_block(h, c, vth, vtr);
-      auto at = [&, low = low, high = high](int row_index, int dx) {
-        return compare(load<false>(h[row_index] + c + dx), low, high);
-      };
-      kinds m = a0 | a8;
-      kinds const a1 = at(0, 1), a9 = at(6, -1);
-      m = m & ((a0 & a1) | (a8 & a9));
-      if (none(m)) continue;
-      kinds const a2 = at(1, 2), a10 = at(5, -2);
-      m = m & ((a1 & a2) | (a9 & a10));
-      if (none(m)) continue;
-      kinds const a3 = at(2, 3), a11 = at(4, -3);
-      m = m & ((a2 & a3) | (a10 & a11));
-      if (none(m)) continue;
-      kinds const a4 = at(3, 3), a12 = at(3, -3);
-      m = m & (((a0 | a10) & a11 & a12) | ((a2 | a8) & a3 & a4));
-      if (none(m)) continue;
-      kinds const a5 = at(4, 3), a13 = at(2, -3);
-      m = m & ((((a0 & a1) | (a10 & a11)) & a12 & a13) | (((a2 & a3) | (a8 & a9)) & a4 & a5));
-      if (none(m)) continue;
-      kinds const a6 = at(5, 2), a14 = at(1, -2);
-      m = m & ((((a0 & a1 & a2) | (a10 & a11 & a12)) & a13 & a14) |
-               (((a2 & a3 & a4) | (a8 & a9 & a10)) & a5 & a6));
-      if (none(m)) continue;
-      kinds const a7 = at(6, 1), a15 = at(0, -1);
-      m = m & ((a15 & (a7 | (((a11 & a12 & a13) | (a1 & a2 & a3)) & a14 & a0))) |
-               (((a3 & a4 & a5) | (a9 & a10 & a11)) & a6 & a7 & a8));
-
-      // Either kind makes a corner; lowest bit first keeps x ascending.
-      for (unsigned bits = unsigned(_mm_movemask_epi8(_mm_or_si128(m.d, m.b))); bits != 0; bits &= bits - 1) {
+      int const j = __builtin_ctzll(pass);
+      std::uint32_t const m = state[j].m;
+      int const x = int(block_offset(first, j)) - 8;
+      for (std::uint32_t bits = (m | m >> 16) & 0xFFFF; bits != 0; bits &= bits - 1) {
         int const px = x + __builtin_ctz(bits);
-        *out++ = corner_record{std::uint16_t(px), std::uint16_t(y),
-                               std::uint16_t(strength_at(row + 2 * std::ptrdiff_t(px) + 1, ring))};
+        std::uint8_t const *const centre = row + 2 * std::ptrdiff_t(px) + 1;
+        *out++ = corner_record{std::uint16_t(px), std::uint16_t(y), std::uint16_t(strength_at(centre, stride))};
       }
     }
   }
@@ -154,7 +201,6 @@ corner_record *detect_422(std::uint8_t const *data, std::ptrdiff_t stride, int w
   auto row_at = [&](int r) { return data + r * stride; };
 
   for (int r = 5; r < 11 && pieces > 0; ++r) halve_luma_422<Aligned>(row_at(r), pieces, slot(r) + 8);
-  ring_offsets const ring(stride);
   __m128i const vth = _mm_set1_epi8(th);
   __m128i const vtr = _mm_set1_epi8(tr);
   for (int y = 8; y < height - 8; ++y) {
@@ -163,13 +209,13 @@ corner_record *detect_422(std::uint8_t const *data, std::ptrdiff_t stride, int w
     halve_luma_422<Aligned>(row_at(y + 3), pieces, slot(y + 3) + 8);
     std::uint8_t const *const h[7] = {slot(y - 3), slot(y - 2), slot(y - 1), slot(y),
                                       slot(y + 1), slot(y + 2), slot(y + 3)};
-    out = test_row(h, row_at(y), ring, width, y, vth, vtr, out);
+    out = test_row(h, row_at(y), stride, width, y, vth, vtr, out);
   }
   return out;
 }
 
 int ring_strength(std::uint8_t const *row, std::ptrdiff_t stride, int x) {
-  return strength_at(row + 2 * std::ptrdiff_t(x) + 1, ring_offsets(stride));
+  return strength_at(row + 2 * std::ptrdiff_t(x) + 1, stride);
 }
 
 template corner_record *detect_422<true>(std::uint8_t const *, std::ptrdiff_t, int, int, std::int8_t,
