@@ -4,27 +4,10 @@
 // int loops and no intrinsics, and sharing nothing with the kernels, so that a
 // misreading on either side shows up as a mismatch in the tests.
 //
-// Interface (all in namespace hot_spots_model, plain types only):
-//
-//   key make_key(r, g, b, tolerance_c, smoothness, threshold)
-//       Reference Cb/Cr from the float matrix (255 times the RGB-to-YCbCr
-//       matrix, each row summed left to right in single precision, + 0.5,
-//       truncated, clamped to 0..255) and the squared radius
-//       trunc(floor(r * r * 255 * 255) + 0.5) with s = max(smoothness * 0.3,
-//       0.0001), t = max(tolerance_c * 0.5, 0), r = t - s * 0.5.
-//   plane make_plane(data, stride, width, height, line_bytes)
-//       One bitmap as the kernel sees it. `end` is set to the end of the line
-//       that lies last in memory (line 0 for a negative stride), which is all
-//       the kernel can know of the caller's buffer.
-//   outcome extract_bgra(plane, rect, key)        width in pixels
-//   outcome extract_ycbcra(plane, rect, key)      width in pixels
-//   outcome extract_422(plane, rect, key)         width in pixels (not pairs)
-//   outcome extract_cbcr(plane, rect, key)        plane of half size
-//   outcome extract_cb_cr(plane cb, plane cr, rect, key)
-//       `rect` is what extract receives: (left, top) and (right, bottom) in
-//       picture pixels. `outcome` holds the count, the area and the value
-//       returned (2 for an empty rectangle or too few differing samples,
-//       else 1).
+// make_key gives the set-up's key; make_plane one bitmap as the kernel sees
+// it, whose `end` is the end of the line last in memory (line 0 for a
+// negative stride), all the kernel can know of the caller's buffer. The
+// extract_* members take the rectangle extract receives, in picture pixels.
 //
 // Counting rule, per member. After clipping (and for 4:2:2 rounding x0 up and
 // x1 down to even; for the two chroma-plane members halving left, right, top,

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <functional>
@@ -168,35 +169,61 @@ float bits(std::uint32_t b) { return std::bit_cast<float>(b); }
 TEST(hot_spots_test, worked_numbers) {
   S::hot_spots op = all_on();
   kernels::setup(op);
-  S::hot_spots zero_tolerance;
-  zero_tolerance.tolerance_c() = 0.0f;
-  zero_tolerance.smoothness() = 0.0f;
-  kernels::setup(zero_tolerance);
   S::detail::spot_rect const spot0 = rect_of(op, 0, 1920, 1080, bits(0x3FE38E39));
   struct worked {
     char const *what;
-    double got, want, tolerance;
+    double got, want;
   };
   worked const table[] = {
-      {"default r bits", op.color().r(), bits(0x3E48C8C9), 0},
-      {"default g bits", op.color().g(), bits(0x3EB4B4B5), 0},
-      {"default b bits", op.color().b(), bits(0x3F20A0A1), 0},
-      {"default size bits", op.spots(5).size(), bits(0x3CF5C28F), 0},
-      {"default tolerance_c", op.tolerance_c(), 0.7f, 0},
-      {"default smoothness", op.smoothness(), 0.3f, 0},
-      {"default threshold", double(op.threshold()), 64, 0},
-      {"reference Cb", double(lane0(op.ref_cb_cr) & 0xFFFF), 165, 0},
-      {"reference Cr", double(lane0(op.ref_cb_cr) >> 16), 105, 0},
-      {"squared radius", double(lane0(op.ref_tolerance_sq)), 6048, 0},
-      {"squared radius, no tolerance", double(lane0(zero_tolerance.ref_tolerance_sq)), 0, 0},
+      {"default r bits", op.color().r(), bits(0x3E48C8C9)},
+      {"default g bits", op.color().g(), bits(0x3EB4B4B5)},
+      {"default b bits", op.color().b(), bits(0x3F20A0A1)},
+      {"default size bits", op.spots(5).size(), bits(0x3CF5C28F)},
       // Half side 16.2 pixels around (1166.65, 1038.90).
-      {"spot 0 left", double(spot0.left_top.x), 1150, 0},
-      {"spot 0 top", double(spot0.left_top.y), 1023, 0},
-      {"spot 0 right", double(spot0.right_bottom.x), 1183, 0},
-      {"spot 0 bottom", double(spot0.right_bottom.y), 1055, 0},
+      {"spot 0 left", double(spot0.left_top.x), 1150},
+      {"spot 0 top", double(spot0.left_top.y), 1023},
+      {"spot 0 right", double(spot0.right_bottom.x), 1183},
+      {"spot 0 bottom", double(spot0.right_bottom.y), 1055},
   };
-  for (worked const &w : table)
-    EXPECT_NEAR(w.got, w.want, w.tolerance) << w.what;
+  for (worked const &w : table) EXPECT_EQ(w.got, w.want) << w.what;
+
+  // The key's set-up: reference chroma and squared radius.
+  struct key_case {
+    char const *name;
+    float r, g, b, tolerance_c, smoothness;
+    int cb, cr, radius2;
+  };
+  float const kr = op.color().r(), kg = op.color().g(), kb = op.color().b();
+  key_case const keys[] = {
+      // Cb 165.16, Cr 105.98: the float matrix gives 105 where the integer
+      // coefficients give 106 for the same pixel. radius 0.305 -> 6048.95.
+      {"defaults", kr, kg, kb, 0.7f, 0.3f, 165, 105, 6048},
+      // r = -0.00005: squared it floors to 0, so only the key itself is key.
+      {"no tolerance", kr, kg, kb, 0.0f, 0.0f, 165, 105, 0},
+      {"negative tolerance", kr, kg, kb, -1.0f, 0.0f, 165, 105, 0},
+      // s = 0.3, t = 0.05, r = -0.1: the radius grows again, 650.25 -> 650.
+      {"smoothness past tolerance", kr, kg, kb, 0.1f, 1.0f, 165, 105, 650},
+      // Grey has neutral chroma: 255 * 0.502 + 0.5 = 128.51.
+      {"white", 1.0f, 1.0f, 1.0f, 0.7f, 0.3f, 128, 128, 6048},
+      {"black", 0.0f, 0.0f, 0.0f, 0.7f, 0.3f, 128, 128, 6048},
+      // Cr 352.4 clamps to 255, Cb 53.03; Cb -95.4 clamps to 0, Cr 164.72.
+      {"red beyond range", 2.0f, 0.0f, 0.0f, 0.7f, 0.3f, 53, 255, 6048},
+      {"negative blue", 0.0f, 0.0f, -2.0f, 0.7f, 0.3f, 0, 164, 6048},
+      // Sums that land just below a whole level in the written order (Cr
+      // 127.99999 and Cb 116.99999); the constant first would round them up.
+      {"order of the sum, cr", 0.0f, 1.0f / 255.0f, 2.0f / 255.0f, 0.7f, 0.3f, 129, 127, 6048},
+      {"order of the sum, cb", 0.0f, 118.0f / 255.0f, 52.0f / 255.0f, 0.7f, 0.3f, 116, 81, 6048},
+      // Far beyond any chroma distance: saturates instead of wrapping.
+      {"huge tolerance", kr, kg, kb, 1.0e6f, 0.3f, 165, 105, INT_MAX},
+  };
+  for (key_case const &c : keys) {
+    op.color().r() = c.r, op.color().g() = c.g, op.color().b() = c.b;
+    op.tolerance_c() = c.tolerance_c, op.smoothness() = c.smoothness;
+    kernels::setup(op);
+    EXPECT_EQ(lane0(op.ref_cb_cr) & 0xFFFF, c.cb) << c.name;
+    EXPECT_EQ(lane0(op.ref_cb_cr) >> 16, c.cr) << c.name;
+    EXPECT_EQ(lane0(op.ref_tolerance_sq), c.radius2) << c.name;
+  }
 
   float const positions[8][2] = {{0.38268f, 0.92388f},   {0.92388f, 0.38268f},
                                  {0.92388f, -0.38268f},  {0.38268f, -0.92388f},
@@ -204,43 +231,23 @@ TEST(hot_spots_test, worked_numbers) {
                                  {-0.92388f, 0.38268f},  {-0.38268f, 0.92388f}};
   float const colors[8][3] = {{1, 0, 0},    {1, 0.75f, 0}, {0.5f, 1, 0},    {0, 1, 0.25f},
                               {0, 1, 1},    {0, 0.25f, 1}, {0.5f, 0, 1},    {1, 0, 0.75f}};
-  for (int i = 0; i < 8; ++i) {
+  // The tables wrap: index i reads entry i % 8.
+  for (int i = 0; i < 24; ++i) {
     glm::vec2 const p = S::hot_spots_data::default_position(i);
-    EXPECT_NEAR(p.x, positions[i][0], 1e-5) << "position " << i;
-    EXPECT_NEAR(p.y, positions[i][1], 1e-5) << "position " << i;
+    EXPECT_NEAR(p.x, positions[i % 8][0], 1e-5) << "position " << i;
+    EXPECT_NEAR(p.y, positions[i % 8][1], 1e-5) << "position " << i;
     glm::vec3 const c = S::hot_spots_data::preview_color(i);
-    EXPECT_EQ(c, glm::vec3(colors[i][0], colors[i][1], colors[i][2])) << "colour " << i;
+    EXPECT_EQ(c, glm::vec3(colors[i % 8][0], colors[i % 8][1], colors[i % 8][2])) << "colour " << i;
   }
 }
 
-// ------------------------------------------------------------ settings and tables
-
-TEST(hot_spots_test, tables_wrap_and_fresh_objects_are_off) {
-  for (int i = 0; i < 24; ++i) {
-    EXPECT_EQ(S::hot_spots_data::default_position(i), S::hot_spots_data::default_position(i % 8));
-    EXPECT_EQ(S::hot_spots_data::preview_color(i), S::hot_spots_data::preview_color(i % 8));
-  }
-  // The positions are what sinf and cosf give for (i + 0.5) * pi / 4.
-  for (int i = 0; i < 8; ++i) {
-    float const a = (float(i) + 0.5f) * bits(0x3F490FDB);
-    EXPECT_EQ(S::hot_spots_data::default_position(i), glm::vec2(std::sin(a), std::cos(a)));
-  }
+// A disabled operator reads no pixel: a null frame is fine, and a result
+// that held values is zeroed.
+TEST(hot_spots_test, disabled_operator_reads_nothing) {
   S::hot_spots op;
-  EXPECT_FALSE(op.enabled());
-  EXPECT_EQ(op.size_spots(), 8);
-  for (int i = 0; i < 8; ++i) {
-    EXPECT_FALSE(op.spots(i).enabled());
-    EXPECT_EQ(glm::vec2(op.spots(i).x(), op.spots(i).y()), S::hot_spots_data::default_position(i));
-  }
+  op.spots(0).enabled() = true;
   S::hot_spots_info info;
   info.detected(3) = S::object_found;
-  S::hot_spots_info const copy = info;
-  EXPECT_EQ(values_of(copy), "00010000");
-  EXPECT_EQ(values_of(S::hot_spots_info()), "00000000");
-
-  // A disabled operator reads no pixel: a null frame is fine, and a result
-  // that held values is zeroed.
-  op.spots(0).enabled() = true;
   R::bitmap<R::pixel_bgra_u8> const nothing{nullptr, 1920, 1080, 7680, false};
   op(info, nothing, 0.0f);
   EXPECT_EQ(values_of(info), "00000000");

@@ -4,20 +4,9 @@
 // at a time with plain int loops and no vector code, so that a kernel and this
 // model agree only if both follow the same rules.
 //
-// Interface (plain types, nothing from the library):
-//   key make_key(r, g, b, tolerance_c, smoothness)
-//       reference chroma from the float colour matrix, and the key curve
-//       (slope `scale` in 1/256, weight at distance 0 `offset`), all in single
-//       precision in the order written below.
-//   void key_lanes(key, cbcr[8], scale[8], offset[8])
-//       the same key laid out in eight 16-bit lanes, as the kernels read it.
-//   int weight(cb, cr, key)                   key weight of one chroma pair.
-//   cbcr chroma_bgra / chroma_ycbcra / chroma_422 (bytes of one pixel/element)
-//   void moments_bgra   (data, stride, width, height, key, preview, cells, cells_stride)
-//   void moments_ycbcra (data, stride, width, height, key, preview, cells, cells_stride)
-//   void moments_422    (data, stride, width, height, key, preview, cells, cells_stride)
-//   void moments_y_cbcr (y, y_stride, cbcr, cbcr_stride, width, height, ...)
-//   void moments_planar (y, y_stride, cb, cb_stride, cr, cr_stride, width, height, ...)
+// make_key gives the set-up's key (reference chroma, slope `scale` in 1/256,
+// weight at distance 0 `offset`); key_lanes lays it out in eight 16-bit lanes
+// as the kernels read it; moments_<layout> fills a grid as the kernels do.
 //
 // `width` and `height` are those of the first bitmap in pixels (4:2:2 counts
 // pixels, not elements). Cells: width / 8 by height / 8 for BGRA and YCbCrA,

@@ -40,6 +40,13 @@ TEST_P(worked_numbers_test, set_up_gives_the_worked_value) {
 }
 
 auto const keep = [](object_tracking &) {};
+// Key colour, tolerance_c and smoothness.
+auto key(float r, float g, float b, float tolerance, float smoothness) {
+  return [=](object_tracking &t) {
+    t.color().r() = r, t.color().g() = g, t.color().b() = b;
+    t.tolerance_c() = tolerance, t.smoothness() = smoothness;
+  };
+}
 
 INSTANTIATE_TEST_SUITE_P(
     tracker, worked_numbers_test,
@@ -56,6 +63,16 @@ INSTANTIATE_TEST_SUITE_P(
                       [](object_tracking &t) { return access::key_scale(t)[0]; }, 25600},
         worked_number{"zero_tolerance_key_offset", [](object_tracking &t) { t.tolerance_c() = 0.0f; }, 64, 64, 8,
                       8, [](object_tracking &t) { return access::key_offset(t)[0]; }, 0},
+        worked_number{"wide_key_scale", key(0.5f, 0.5f, 0.5f, 1.0f, 1.0f), 64, 64, 8, 8,
+                      [](object_tracking &t) { return access::key_scale(t)[0]; }, 853},
+        worked_number{"wide_key_offset", key(0.5f, 0.5f, 0.5f, 1.0f, 1.0f), 64, 64, 8, 8,
+                      [](object_tracking &t) { return access::key_offset(t)[0]; }, 425},
+        worked_number{"pure_red_key_cr", key(1.0f, 0.0f, 0.0f, 0.7f, 0.3f), 64, 64, 8, 8,
+                      [](object_tracking &t) { return access::key_cbcr(t)[1]; }, 240},
+        worked_number{"key_cb_clamps_at_255", key(0.0f, 0.0f, 2.0f, 0.7f, 0.3f), 64, 64, 8, 8,
+                      [](object_tracking &t) { return access::key_cbcr(t)[0]; }, 255},
+        worked_number{"key_cb_clamps_at_0", key(0.0f, 2.0f, 0.0f, 0.7f, 0.3f), 64, 64, 8, 8,
+                      [](object_tracking &t) { return access::key_cbcr(t)[0]; }, 0},
         worked_number{"minimum_mass_hd", keep, 1920, 1080, 240, 135,
                       [](object_tracking &t) { return access::minimum_mass(t); }, 38.4 * 21.6 * 255},
         worked_number{"minimum_mass_no_cells", keep, 7, 1080, 0, 135,
