@@ -4,6 +4,7 @@
 #include <smmintrin.h>  // _mm_testz_si128, signed byte min/max, byte blends
 #include <tmmintrin.h>  // _mm_shuffle_epi8
 
+#include <algorithm>
 #include <cassert>
 #include <cstdint>
 
@@ -132,14 +133,24 @@ corner_record *test_row(std::uint8_t const *const h[7], std::uint8_t const *row,
                         int width, int y, __m128i vth, __m128i vtr, corner_record *out) {
   block_state state[64];
   for (int first = 0; first < width - 16; first += 64 * 16) {
-    std::uint64_t pass = 0;
-    for (int j = 0; j < 64 && first + 16 * j < width - 16; ++j) {
+    // A 16-bit mask of the pixels of each block that pass the first pair,
+    // then one bit a block, eight blocks at a time.
+    int const count = std::min(64, (width - 16 - first + 15) / 16);
+    alignas(16) std::uint16_t hits[64];
+    for (int j = 0; j < count; ++j) {
       std::ptrdiff_t const c = block_offset(first, j);
       bounds const b = bounds_at(h[3] + c, vth, vtr);
       __m128i const a0 = load<true>(h[0] + c), a8 = load<true>(h[6] + c);
       __m128i const any = _mm_or_si128(_mm_cmpgt_epi8(b.low, _mm_min_epi8(a0, a8)),
                                        _mm_cmpgt_epi8(_mm_max_epi8(a0, a8), b.high));
-      pass |= std::uint64_t(!_mm_testz_si128(any, any)) << j;
+      hits[j] = std::uint16_t(_mm_movemask_epi8(any));
+    }
+    for (int j = count; j % 8 != 0; ++j) hits[j] = 0;
+    std::uint64_t pass = 0;
+    for (int j = 0; j < count; j += 8) {
+      __m128i const none = _mm_cmpeq_epi16(_mm_load_si128(reinterpret_cast<__m128i const *>(hits + j)),
+                                           _mm_setzero_si128());
+      pass |= std::uint64_t(~_mm_movemask_epi8(_mm_packs_epi16(none, none)) & 0xFF) << j;
     }
     if (pass == 0) continue;
     // The running mask A0 | A8 is non-zero for these blocks, so (1, 9) is
