@@ -27,7 +27,7 @@
 #include <glm/vec4.hpp>
 
 #ifdef SIGHT_HAVE_OSMESA
-#define GL_GLEXT_PROTOTYPES 1  // declarations only: entry points come from OSMesaGetProcAddress
+#define GL_GLEXT_PROTOTYPES 1  // the test links libOSMesa, which exports every entry point
 #include <GL/osmesa.h>
 #include <GL/gl.h>
 #include <GL/glext.h>
@@ -245,29 +245,6 @@ extern "C" char const *__lsan_default_suppressions() { return "leak:libOSMesa.so
 
 namespace {
 
-#define SIGHT_TEST_GL_FUNCTIONS(X)                                                                  \
-  X(glGetError) X(glViewport) X(glClear) X(glReadPixels) X(glPixelStorei) X(glGenTextures)           \
-  X(glBindTexture) X(glTexParameteri) X(glTexImage2D) X(glDrawArrays) X(glCreateShader)              \
-  X(glShaderSource) X(glCompileShader) X(glGetShaderInfoLog) X(glCreateProgram) X(glAttachShader)    \
-  X(glLinkProgram) X(glGetProgramiv) X(glGetProgramInfoLog) X(glUseProgram) X(glGetUniformLocation)  \
-  X(glUniform4fv) X(glUniform1i)
-
-// Entry points from OSMesa itself, so that no other GL library in the
-// process can stand in for them.
-struct gl_api {
-#define SIGHT_TEST_DECLARE(f) decltype(&::f) f = nullptr;
-  SIGHT_TEST_GL_FUNCTIONS(SIGHT_TEST_DECLARE)
-#undef SIGHT_TEST_DECLARE
-  std::string load() {
-#define SIGHT_TEST_LOAD(f)                                    \
-  f = reinterpret_cast<decltype(f)>(OSMesaGetProcAddress(#f)); \
-  if (f == nullptr) return #f;
-    SIGHT_TEST_GL_FUNCTIONS(SIGHT_TEST_LOAD)
-#undef SIGHT_TEST_LOAD
-    return {};
-  }
-};
-
 constexpr int k_side = 256;
 
 char const g_vertex_source[] =
@@ -290,7 +267,6 @@ struct osmesa_target {
   std::vector<std::uint8_t> pixels = std::vector<std::uint8_t>(k_side * k_side * 4);
   OSMesaContext ctx = nullptr;
   std::string error;
-  gl_api gl;
 
   osmesa_target() {
     int const attribs[] = {OSMESA_FORMAT, OSMESA_RGBA, OSMESA_DEPTH_BITS, 0, OSMESA_STENCIL_BITS, 0,
@@ -299,7 +275,6 @@ struct osmesa_target {
     ctx = OSMesaCreateContextAttribs(attribs, nullptr);
     if (ctx == nullptr) error = "OSMesaCreateContextAttribs failed (compatibility profile, GL 3.0)";
     else if (!OSMesaMakeCurrent(ctx, pixels.data(), GL_UNSIGNED_BYTE, k_side, k_side)) error = "OSMesaMakeCurrent failed";
-    else if (std::string const missing = gl.load(); !missing.empty()) error = "no entry point " + missing;
   }
   ~osmesa_target() {
     if (ctx == nullptr) return;
@@ -310,13 +285,13 @@ struct osmesa_target {
   osmesa_target &operator=(osmesa_target const &) = delete;
 };
 
-GLuint compile(gl_api const &gl, GLenum stage, std::string const &source, std::string &log) {
-  GLuint const s = gl.glCreateShader(stage);
+GLuint compile(GLenum stage, std::string const &source, std::string &log) {
+  GLuint const s = glCreateShader(stage);
   char const *p = source.c_str();
-  gl.glShaderSource(s, 1, &p, nullptr);
-  gl.glCompileShader(s);
+  glShaderSource(s, 1, &p, nullptr);
+  glCompileShader(s);
   char buf[2048] = {};
-  gl.glGetShaderInfoLog(s, sizeof buf, nullptr, buf);
+  glGetShaderInfoLog(s, sizeof buf, nullptr, buf);
   log += buf;
   return s;
 }
@@ -355,23 +330,22 @@ TEST_P(gl_render_test, key_matches_cpu_weight) {
   render_case const &c = GetParam();
   osmesa_target target;
   ASSERT_TRUE(target.error.empty()) << "no software GL context: " << target.error;
-  gl_api const &gl = target.gl;
 
   // Host side: build the program with the library's text inside.
   std::string log;
-  GLuint const prog = gl.glCreateProgram();
-  gl.glAttachShader(prog, compile(gl, GL_VERTEX_SHADER, g_vertex_source, log));
-  gl.glAttachShader(prog, compile(gl, GL_FRAGMENT_SHADER,
+  GLuint const prog = glCreateProgram();
+  glAttachShader(prog, compile(GL_VERTEX_SHADER, g_vertex_source, log));
+  glAttachShader(prog, compile(GL_FRAGMENT_SHADER,
                                   "#version 130\n" + support_defines(c.support_mask) +
                                       object_tracking_data::p_GL_fragment_program() + g_fragment_main,
                                   log));
-  gl.glLinkProgram(prog);
+  glLinkProgram(prog);
   GLint linked = 0;
-  gl.glGetProgramiv(prog, GL_LINK_STATUS, &linked);
+  glGetProgramiv(prog, GL_LINK_STATUS, &linked);
   char link_log[2048] = {};
-  gl.glGetProgramInfoLog(prog, sizeof link_log, nullptr, link_log);
+  glGetProgramInfoLog(prog, sizeof link_log, nullptr, link_log);
   ASSERT_TRUE(linked) << log << link_log;
-  gl.glUseProgram(prog);
+  glUseProgram(prog);
 
   // Uniforms: every tracker writes its slot, the host walks the table. An
   // active slot's uniform exists under the table's name; an inactive one is
@@ -379,9 +353,9 @@ TEST_P(gl_render_test, key_matches_cpu_weight) {
   variables vars;
   for (int slot = 0; slot < 4; ++slot) make_data(c.keys[slot]).GL_set_shader_values(slot, vars);
   ASSERT_EQ(vars.size(), 4u);
-  for (auto const &v : vars) gl.glUniform4fv(gl.glGetUniformLocation(prog, v.name()), 1, &v.value()[0]);
+  for (auto const &v : vars) glUniform4fv(glGetUniformLocation(prog, v.name()), 1, &v.value()[0]);
   for (int slot = 0; slot < 4; ++slot)
-    EXPECT_EQ(gl.glGetUniformLocation(prog, uniform_name(slot).c_str()) != -1, bool(c.support_mask >> slot & 1u))
+    EXPECT_EQ(glGetUniformLocation(prog, uniform_name(slot).c_str()) != -1, bool(c.support_mask >> slot & 1u))
         << "slot " << slot;
 
   // The frame: texel (x, y) is (Y, Cb = x, Cr = y, A), luma and alpha random.
@@ -390,19 +364,19 @@ TEST_P(gl_render_test, key_matches_cpu_weight) {
   for (std::size_t i = 0; i < frame.size(); ++i)
     frame[i] = std::uint8_t(i % 4 == 1 ? i / 4 % k_side : i % 4 == 2 ? i / 4 / k_side : rng());
   GLuint tex = 0;
-  gl.glGenTextures(1, &tex);
-  gl.glBindTexture(GL_TEXTURE_2D, tex);
-  gl.glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
-  gl.glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
-  gl.glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, k_side, k_side, 0, GL_RGBA, GL_UNSIGNED_BYTE, frame.data());
-  gl.glUniform1i(gl.glGetUniformLocation(prog, "frame"), 0);
-  gl.glViewport(0, 0, k_side, k_side);
-  gl.glClear(GL_COLOR_BUFFER_BIT);
-  gl.glDrawArrays(GL_TRIANGLES, 0, 3);
+  glGenTextures(1, &tex);
+  glBindTexture(GL_TEXTURE_2D, tex);
+  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+  glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+  glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, k_side, k_side, 0, GL_RGBA, GL_UNSIGNED_BYTE, frame.data());
+  glUniform1i(glGetUniformLocation(prog, "frame"), 0);
+  glViewport(0, 0, k_side, k_side);
+  glClear(GL_COLOR_BUFFER_BIT);
+  glDrawArrays(GL_TRIANGLES, 0, 3);
   std::vector<std::uint8_t> out(k_side * k_side * 4);
-  gl.glPixelStorei(GL_PACK_ALIGNMENT, 1);
-  gl.glReadPixels(0, 0, k_side, k_side, GL_RGBA, GL_UNSIGNED_BYTE, out.data());
-  EXPECT_EQ(gl.glGetError(), static_cast<GLenum>(GL_NO_ERROR));
+  glPixelStorei(GL_PACK_ALIGNMENT, 1);
+  glReadPixels(0, 0, k_side, k_side, GL_RGBA, GL_UNSIGNED_BYTE, out.data());
+  EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
 
   for (int slot = 0; slot < 4; ++slot) {
     bool const on = c.support_mask >> slot & 1u;

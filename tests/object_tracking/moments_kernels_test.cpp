@@ -337,10 +337,6 @@ TEST_P(moments_kernels_test, kernels_match_the_model) {
   ASSERT_EQ(reinterpret_cast<std::uintptr_t>(model_grid.cells()) % 16, 0u);
   frame model_frame = original;
   run_model(model_frame, k, true, model_grid);
-  grid model_plain(original);
-  frame unchanged = original;
-  run_model(unchanged, k, false, model_plain);
-  expect_same_grid(model_grid, model_plain, "model with and without preview");
 
   for (bool aligned : {false, true}) {
     if (aligned && !original.aligned()) continue;
