@@ -30,9 +30,15 @@ using reserve_fn = corner_record *(*)(void *context, corner_record *last);
 // the piece that holds column x_last + 18. The last piece reads at most 30
 // bytes past a row's picture bytes; for every row that is read, those lie in
 // the frame's next row in memory, so nothing outside the frame is touched.
-// Pairs of opposite ring positions are loaded only while the rejection
-// cascade still has a candidate in the block; the centre row and the top and
+// The first pair of every block is tested without branches; each later pair
+// is loaded, step by step over the blocks of a row, only for blocks whose
+// running mask is still non-zero, so a block leaves the cascade the moment
+// its mask is zero, with no further load. The centre row and the top and
 // bottom ring rows are read from the window with aligned loads.
+// Strength: for each corner one 16-byte load from each of the frame rows
+// y - 3 to y + 3, from the byte of column x - 3 on (row y one byte later),
+// so up to byte 2x + 10 of the row: 22 bytes past the row's picture bytes at
+// most for the last block, which again lie in the frame's next row in memory.
 // Alignment: the aligned member needs `data` and `stride` on 16 bytes and
 // then converts the rows with aligned loads.
 // Output: one record per corner, by row, then ascending x, with its strength.
@@ -42,7 +48,8 @@ corner_record *detect_422(std::uint8_t const *data, std::ptrdiff_t stride, int w
                           void *context);
 
 // Sum over the 16 ring pixels of |Y(p) - Y(c)| on full 8-bit luma, for
-// pixel x of the row that starts at `row`. At most 4080.
+// pixel x of the row that starts at `row`. At most 4080. Reads bytes
+// 2x - 6 to 2x + 10 of the rows y - 3 to y + 3 (see above).
 int ring_strength(std::uint8_t const *row, std::ptrdiff_t stride, int x);
 
 }  // namespace Korvane::Sight::corner

@@ -177,3 +177,50 @@ INSTANTIATE_TEST_SUITE_P(arcs, arc_test,
                          [](auto const &info) { return cat("d", info.param.darker, "_b", info.param.brighter); });
 
 }  // namespace
+
+namespace {
+
+// The strength of every pixel the detector can report (the whole scanned
+// area, the last block's columns past the width included) against the model,
+// on luma drawn from the extremes and at random, so that single terms of 255
+// and the maximum of 4080 occur. The frame buffer ends at its last picture
+// byte, so a load past the frame would show under AddressSanitizer.
+using strength_param = std::tuple<int, layout>;
+class strength_test : public ::testing::TestWithParam<strength_param> {};
+
+TEST_P(strength_test, matches_the_model) {
+  auto const [width, lay] = GetParam();
+  int const height = 18;
+  frame_buffer f(width, height, stride_for(lay, width), offset_for(lay));
+  std::mt19937 rng(unsigned(width * 13 + int(lay)));
+  std::uniform_int_distribution<int> byte(0, 255), pick(0, 3);
+  for (auto &b : f.bytes) b = std::uint8_t(pick(rng) == 0 ? byte(rng) : pick(rng) < 2 ? 0 : 255);
+  // One centre of 0 ringed by 255: the largest strength there is.
+  f.set_luma(8, 8, 0);
+  for (int k = 0; k < 16; ++k) f.set_luma(8 + corner_model::ring_dx[k], 8 + corner_model::ring_dy[k], 255);
+
+  auto const area = corner_model::scanned_area(width, height);
+  ASSERT_GT(area.x1, area.x0);
+  auto const *data = reinterpret_cast<std::uint8_t const *>(f.frame.data);
+  EXPECT_EQ(Korvane::Sight::corner::ring_strength(data + 8 * std::ptrdiff_t(f.frame.stride), f.frame.stride, 8), 4080);
+  for (int y = area.y0; y < area.y1; ++y)
+    for (int x = area.x0; x < area.x1; ++x) {
+      int const kernel = Korvane::Sight::corner::ring_strength(data + y * std::ptrdiff_t(f.frame.stride),
+                                                               f.frame.stride, x);
+      int const model = corner_model::strength(f.picture(), x, y);
+      if (kernel != model) {
+        ADD_FAILURE() << "x " << x << ", y " << y << ": model " << model << ", kernel " << kernel;
+        return;
+      }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(widths, strength_test,
+                         ::testing::Combine(::testing::Values(17, 23, 24, 31, 40, 47, 64, 70),
+                                            ::testing::Values(layout::tight, layout::aligned, layout::padded,
+                                                              layout::reversed)),
+                         [](auto const &info) {
+                           return cat("w", std::get<0>(info.param), "_", name_of(std::get<1>(info.param)));
+                         });
+
+}  // namespace
