@@ -37,7 +37,7 @@ using reserve_fn = corner_record *(*)(void *context, corner_record *last);
 // bottom ring rows are read from the window with aligned loads.
 // Strength: for each corner one 16-byte load from each of the frame rows
 // y - 3 to y + 3, from the byte of column x - 3 on (row y one byte later),
-// so up to byte 2x + 10 of the row: 22 bytes past the row's picture bytes at
+// so up to byte 2x + 10 of the row: 23 bytes past the row's picture bytes at
 // most for the last block, which again lie in the frame's next row in memory.
 // Alignment: the aligned member needs `data` and `stride` on 16 bytes and
 // then converts the rows with aligned loads.
