@@ -19,18 +19,23 @@ inline __m128i load(std::uint8_t const *p) {
     return _mm_loadu_si128(reinterpret_cast<__m128i const *>(p));
 }
 
+// Halved luma of the 16 pixels of a 4:2:2 row from `p` on. Luma is the high
+// byte of each 16-bit lane, so a shift by 9 leaves Y >> 1 (0..127), which
+// packs into bytes that are valid signed values.
+template <bool Aligned>
+inline __m128i halve_16(std::uint8_t const *p) {
+  __m128i const a = _mm_srli_epi16(load<Aligned>(p), 9);
+  __m128i const b = _mm_srli_epi16(load<Aligned>(p + 16), 9);
+  return _mm_packus_epi16(a, b);
+}
+
 // Halved luma of `pieces` * 16 pixels of a 4:2:2 row from column 0, stored
 // from `out` on (unaligned: the window puts the blocks, not column 0, on
-// 16-byte boundaries). Luma is the high byte of each 16-bit lane, so a shift by 9
-// leaves Y >> 1 (0..127), which packs into bytes that are valid signed values.
+// 16-byte boundaries).
 template <bool Aligned>
-void halve_luma_422(std::uint8_t const *row, int pieces, std::uint8_t *out, std::ptrdiff_t ahead) {
-  for (int i = 0; i < pieces; ++i, row += 32, out += 16) {
-    _mm_prefetch(reinterpret_cast<char const *>(row + ahead), _MM_HINT_T0);
-    __m128i const a = _mm_srli_epi16(load<Aligned>(row), 9);
-    __m128i const b = _mm_srli_epi16(load<Aligned>(row + 16), 9);
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(out), _mm_packus_epi16(a, b));
-  }
+void halve_luma_422(std::uint8_t const *row, int pieces, std::uint8_t *out) {
+  for (int i = 0; i < pieces; ++i, row += 32, out += 16)
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(out), halve_16<Aligned>(row));
 }
 
 // Ring positions in cyclic order: the window row (0 to 6 for y - 3 to y + 3)
@@ -124,31 +129,51 @@ inline int strength_at(std::uint8_t const *centre, std::ptrdiff_t stride) {
 
 // The segment test of one row from the window: h[0] to h[6] are the halved
 // rows y - 3 to y + 3, 16-byte aligned, with pixel x at h[k][8 + x] (so that
-// a block's first pixel, x = 8 mod 16, lands on a 16-byte boundary). Blocks
-// go in groups of up to 64. The first pair, which every block loads, is
-// tested for the whole group without branches (a pixel has a darker pixel in
-// the pair when low > min, a brighter one when max > high); then each later
-// pair is loaded for the blocks still in the running, one step at a time.
-corner_record *test_row(std::uint8_t const *const h[7], std::uint8_t const *row, std::ptrdiff_t stride,
-                        int width, int y, __m128i vth, __m128i vtr, corner_record *out) {
+// a block's first pixel, x = 8 mod 16, lands on a 16-byte boundary). Row
+// y + 3 is halved here from the frame row `below` into h[6], in the same pass
+// as the first pair of every block, which is tested without branches (a
+// pixel has a darker pixel in the pair when low > min, a brighter one when
+// max > high); `ahead` is the distance of the row to prefetch meanwhile.
+// Then, for groups of up to 64 blocks, each later pair is loaded for the
+// blocks still in the running, one step at a time. `hits` has room for the
+// row's blocks rounded up to 8.
+template <bool Aligned>
+corner_record *test_row(std::uint8_t const *const h[7], std::uint8_t const *row, std::uint8_t const *below,
+                        std::ptrdiff_t stride, std::ptrdiff_t ahead, int width, int y, __m128i vth, __m128i vtr,
+                        std::uint16_t *hits, corner_record *out) {
+  // Blocks x = 8, 24, ... while x < width - 8; the last is x_last.
+  int const blocks = (width - 16 + 15) / 16;
+  int const x_last = 8 + 16 * (blocks - 1);
+  auto *const fresh = const_cast<std::uint8_t *>(h[6]);
+  // Ring columns that no block covers: 0 to 7 before the first block and
+  // x_last + 16 to x_last + 18 after the last, in two pieces that overlap
+  // the blocks with the same values.
+  _mm_storeu_si128(reinterpret_cast<__m128i *>(fresh + 8), halve_16<Aligned>(below));
+  _mm_storeu_si128(reinterpret_cast<__m128i *>(fresh + 16 + x_last),
+                   halve_16<Aligned>(below + 2 * std::ptrdiff_t(x_last + 8)));
+  // A 16-bit mask of the pixels of each block that pass the first pair.
+  for (int j = 0; j < blocks; ++j) {
+    std::ptrdiff_t const c = block_offset(0, j);
+    std::uint8_t const *const source = below + 2 * (c - 8);
+    _mm_prefetch(reinterpret_cast<char const *>(source + ahead), _MM_HINT_T0);
+    __m128i const a8 = halve_16<Aligned>(source);
+    _mm_store_si128(reinterpret_cast<__m128i *>(fresh + c), a8);
+    bounds const b = bounds_at(h[3] + c, vth, vtr);
+    __m128i const a0 = load<true>(h[0] + c);
+    __m128i const any = _mm_or_si128(_mm_cmpgt_epi8(b.low, _mm_min_epi8(a0, a8)),
+                                     _mm_cmpgt_epi8(_mm_max_epi8(a0, a8), b.high));
+    hits[j] = std::uint16_t(_mm_movemask_epi8(any));
+  }
+  for (int j = blocks; j % 8 != 0; ++j) hits[j] = 0;
+
   block_state state[64];
   for (int first = 0; first < width - 16; first += 64 * 16) {
-    // A 16-bit mask of the pixels of each block that pass the first pair,
-    // then one bit a block, eight blocks at a time.
-    int const count = std::min(64, (width - 16 - first + 15) / 16);
-    alignas(16) std::uint16_t hits[64];
-    for (int j = 0; j < count; ++j) {
-      std::ptrdiff_t const c = block_offset(first, j);
-      bounds const b = bounds_at(h[3] + c, vth, vtr);
-      __m128i const a0 = load<true>(h[0] + c), a8 = load<true>(h[6] + c);
-      __m128i const any = _mm_or_si128(_mm_cmpgt_epi8(b.low, _mm_min_epi8(a0, a8)),
-                                       _mm_cmpgt_epi8(_mm_max_epi8(a0, a8), b.high));
-      hits[j] = std::uint16_t(_mm_movemask_epi8(any));
-    }
-    for (int j = count; j % 8 != 0; ++j) hits[j] = 0;
+    // One bit a block of the group, eight blocks at a time.
+    int const count = std::min(64, blocks - first / 16);
+    std::uint16_t const *const group_hits = hits + first / 16;
     std::uint64_t pass = 0;
     for (int j = 0; j < count; j += 8) {
-      __m128i const none = _mm_cmpeq_epi16(_mm_load_si128(reinterpret_cast<__m128i const *>(hits + j)),
+      __m128i const none = _mm_cmpeq_epi16(_mm_load_si128(reinterpret_cast<__m128i const *>(group_hits + j)),
                                            _mm_setzero_si128());
       pass |= std::uint64_t(~_mm_movemask_epi8(_mm_packs_epi16(none, none)) & 0xFF) << j;
     }
@@ -211,17 +236,21 @@ corner_record *detect_422(std::uint8_t const *data, std::ptrdiff_t stride, int w
   window = reinterpret_cast<std::uint8_t *>((reinterpret_cast<std::uintptr_t>(window) + 15) & ~std::uintptr_t(15));
   auto slot = [&](int r) { return window + (r % 7) * row_bytes; };
   auto row_at = [&](int r) { return data + r * stride; };
+  // Block bits of the first pair for a whole row, rounded up to 8 blocks.
+  int const blocks = width > 16 ? (width - 16 + 15) / 16 : 0;
+  auto *hits = static_cast<std::uint16_t *>(__builtin_alloca(std::size_t((blocks + 7) / 8 * 8 + 8) * 2));
+  hits = reinterpret_cast<std::uint16_t *>((reinterpret_cast<std::uintptr_t>(hits) + 15) & ~std::uintptr_t(15));
 
-  for (int r = 5; r < 11 && pieces > 0; ++r) halve_luma_422<Aligned>(row_at(r), pieces, slot(r) + 8, 0);
+  for (int r = 5; r < 11 && pieces > 0; ++r) halve_luma_422<Aligned>(row_at(r), pieces, slot(r) + 8);
   __m128i const vth = _mm_set1_epi8(th);
   __m128i const vtr = _mm_set1_epi8(tr);
   for (int y = 8; y < height - 8; ++y) {
     out = reserve(context, out);
     if (pieces == 0) continue;
-    halve_luma_422<Aligned>(row_at(y + 3), pieces, slot(y + 3) + 8, 2 * stride);
     std::uint8_t const *const h[7] = {slot(y - 3), slot(y - 2), slot(y - 1), slot(y),
                                       slot(y + 1), slot(y + 2), slot(y + 3)};
-    out = test_row(h, row_at(y), stride, width, y, vth, vtr, out);
+    // Row y + 3 is halved while the row is tested; row y + 5 is fetched meanwhile.
+    out = test_row<Aligned>(h, row_at(y), row_at(y + 3), stride, 2 * stride, width, y, vth, vtr, hits, out);
   }
   return out;
 }
