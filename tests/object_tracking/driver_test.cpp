@@ -263,6 +263,26 @@ TEST(message_edge_test, unknown_format_and_disabled_tracker_look_at_nothing) {
   EXPECT_EQ(bits(t(&m, true)), bits(object_tracking_info()));
 }
 
+// The key lanes of the set-up against the model's over random settings,
+// colours and tolerances outside their ranges included.
+TEST(state_test, key_lanes_match_the_model) {
+  std::mt19937 rng(11);
+  std::uniform_real_distribution<float> colour(-0.2f, 1.2f), setting(-0.2f, 1.5f);
+  for (int n = 0; n < 500; ++n) {
+    object_tracking t;
+    t.color().r() = colour(rng), t.color().g() = colour(rng), t.color().b() = colour(rng);
+    t.tolerance_c() = setting(rng), t.smoothness() = setting(rng);
+    access::setup(t, 64, 64, 8, 8);
+    std::uint16_t cbcr[8], scale[8], offset[8];
+    moments_model::key_lanes(moments_model::make_key(t.color().r(), t.color().g(), t.color().b(), t.tolerance_c(),
+                                                     t.smoothness()),
+                             cbcr, scale, offset);
+    EXPECT_EQ(std::memcmp(access::key_cbcr(t), cbcr, sizeof cbcr), 0) << "setting " << n;
+    EXPECT_EQ(std::memcmp(access::key_scale(t), scale, sizeof scale), 0) << "setting " << n;
+    EXPECT_EQ(std::memcmp(access::key_offset(t), offset, sizeof offset), 0) << "setting " << n;
+  }
+}
+
 TEST(state_test, a_frame_smaller_than_a_cell_passes_the_mass_test_with_nothing) {
   // No cells: minimum_mass is 0, so an empty region "fits", with 0 / 0.
   object_tracking t;
