@@ -1,6 +1,7 @@
 // Counting kernels of the hot-spot detector: the row walk of extract_kernels.h
 // on 128-bit vectors, the count in four 32-bit lanes.
 #include <sight/hot_spots/extract_kernels.h>
+#include <sight/frame/simd_kernels.h>
 
 #include <smmintrin.h>  // _mm_cvtepu8_epi16, _mm_blend_epi16
 #include <tmmintrin.h>  // _mm_shuffle_epi8
@@ -14,13 +15,7 @@ namespace Korvane::Sight::detail {
 
 namespace {
 
-template <bool Aligned>
-inline __m128i load(void const *p) {
-  if constexpr (Aligned)
-    return _mm_load_si128(static_cast<__m128i const *>(p));
-  else
-    return _mm_loadu_si128(static_cast<__m128i const *>(p));
-}
+using simd::load;
 
 inline std::uint32_t read_u32(std::uint8_t const *p) {
   std::uint32_t v;

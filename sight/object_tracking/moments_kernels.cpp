@@ -2,6 +2,7 @@
 // (generate_cells) with its own row reader, which turns a cell row into eight
 // weights in 16-bit lanes and, under preview, paints that row.
 #include <sight/object_tracking/moments_kernels.h>
+#include <sight/frame/simd_kernels.h>
 
 #include <cassert>
 #include <cstddef>
@@ -14,6 +15,9 @@
 namespace Korvane::Sight::detail {
 
 namespace {
+
+using simd::load;
+using simd::store;
 
 constexpr std::int8_t z = -128;  // a shuffle index with the top bit set yields a zero byte
 
@@ -73,22 +77,6 @@ alignas(16) constexpr float g_fp_16[4] = {16.f, 0.f, 0.f, 0.f};
 
 inline __m128i vec(void const *table) {
   return _mm_load_si128(static_cast<__m128i const *>(table));
-}
-
-template <bool Aligned>
-inline __m128i load(void const *p) {
-  if constexpr (Aligned)
-    return _mm_load_si128(static_cast<__m128i const *>(p));
-  else
-    return _mm_loadu_si128(static_cast<__m128i const *>(p));
-}
-
-template <bool Aligned>
-inline void store(void *p, __m128i v) {
-  if constexpr (Aligned)
-    _mm_store_si128(static_cast<__m128i *>(p), v);
-  else
-    _mm_storeu_si128(static_cast<__m128i *>(p), v);
 }
 
 template <class B>
