@@ -104,8 +104,8 @@ inline std::uint64_t cascade_step(std::uint8_t const *const h[7], int first, std
 // hold Y(c), so that one sum of absolute differences against Y(c) in every
 // byte adds exactly the 16 ring terms (the rest contribute 0). Row 0 is read
 // one byte later than the others so that its two ring pixels fall on bytes
-// that rows -1 and 1 leave free. The loads reach 9 bytes past the luma byte of
-// column x + 3 (see the kernel's memory note).
+// that rows -1 and 1 leave free. The loads cover bytes 2x - 6 to 2x + 10 of
+// each row (see the kernel's memory note).
 inline int strength_at(std::uint8_t const *centre, std::ptrdiff_t stride) {
   std::uint8_t const *const base = centre - 7;  // row byte of column x - 3, luma at offset 1
   auto row = [&](int dy, int shift) { return load<false>(base + dy * stride + shift); };
@@ -138,13 +138,13 @@ inline int strength_at(std::uint8_t const *centre, std::ptrdiff_t stride) {
 // blocks still in the running, one step at a time. `hits` has room for the
 // row's blocks rounded up to 8.
 template <bool Aligned>
-corner_record *test_row(std::uint8_t const *const h[7], std::uint8_t const *row, std::uint8_t const *below,
+corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::uint8_t const *below,
                         std::ptrdiff_t stride, std::ptrdiff_t ahead, int width, int y, __m128i vth, __m128i vtr,
                         std::uint16_t *hits, corner_record *out) {
   // Blocks x = 8, 24, ... while x < width - 8; the last is x_last.
   int const blocks = (width - 16 + 15) / 16;
   int const x_last = 8 + 16 * (blocks - 1);
-  auto *const fresh = const_cast<std::uint8_t *>(h[6]);
+  std::uint8_t *const fresh = h[6];
   // Ring columns that no block covers: 0 to 7 before the first block and
   // x_last + 16 to x_last + 18 after the last, in two pieces that overlap
   // the blocks with the same values.
@@ -247,8 +247,8 @@ corner_record *detect_422(std::uint8_t const *data, std::ptrdiff_t stride, int w
   for (int y = 8; y < height - 8; ++y) {
     out = reserve(context, out);
     if (pieces == 0) continue;
-    std::uint8_t const *const h[7] = {slot(y - 3), slot(y - 2), slot(y - 1), slot(y),
-                                      slot(y + 1), slot(y + 2), slot(y + 3)};
+    std::uint8_t *const h[7] = {slot(y - 3), slot(y - 2), slot(y - 1), slot(y),
+                                slot(y + 1), slot(y + 2), slot(y + 3)};
     // Row y + 3 is halved while the row is tested; row y + 5 is fetched meanwhile.
     out = test_row<Aligned>(h, row_at(y), row_at(y + 3), stride, 2 * stride, width, y, vth, vtr, hits, out);
   }

@@ -26,10 +26,12 @@ using reserve_fn = corner_record *(*)(void *context, corner_record *last);
 // Y7(p) > sat(Y7(c) + tr), with Y7 = Y >> 1 and sat saturating to -128..127.
 // The halved luma of the seven rows around the centre row is kept in a
 // rolling window on the stack (7 * (16 * ceil((x_last + 19) / 16) + 16)
-// bytes), each row converted once, in 16-pixel pieces from column 0 up to
-// the piece that holds column x_last + 18. The last piece reads at most 30
-// bytes past a row's picture bytes; for every row that is read, those lie in
-// the frame's next row in memory, so nothing outside the frame is touched.
+// bytes), each row converted once, in 16-pixel pieces that cover columns 0
+// to x_last + 23 (row y + 3 while row y is tested, piece by piece with the
+// first pair of each block). The last piece reads at most 30 bytes past a
+// row's picture bytes; for every row that is read, those lie in the frame's
+// next row in memory, so nothing outside the frame is touched. Row y + 5 is
+// prefetched meanwhile (a hint, not a load; that row exists).
 // The first pair of every block is tested without branches; each later pair
 // is loaded, step by step over the blocks of a row, only for blocks whose
 // running mask is still non-zero, so a block leaves the cascade the moment
