@@ -155,7 +155,7 @@ inline void filter_line(std::uint8_t const *above, std::uint8_t const *centre,
 // (mod 256; one of the two is zero) upper = centre - d, lower = centre + d.
 // These are the sums of half_lines regrouped mod 256, so the bytes are the
 // same.
-constexpr int band_lines = 16;
+constexpr int band_lines = 8;
 
 struct vector_step {
   static constexpr int columns = 16;
@@ -246,7 +246,7 @@ inline void fused_band(std::uint8_t const *centre, std::ptrdiff_t source_step, s
         line_k = next;
       }
     };
-#pragma GCC unroll 16
+#pragma GCC unroll 8
     for (int j = 0; j < loaded; ++j) {
       p += source_step;
       output(load_step<Step, SourceAligned>(p));
