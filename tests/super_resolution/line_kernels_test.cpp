@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <ostream>
 #include <random>
 #include <sstream>
@@ -107,7 +109,9 @@ TEST_P(line_kernels_test, match_the_model_in_every_byte) {
   line_case const &c = GetParam();
   std::mt19937 rng(std::uint32_t(c.width * 131 + int(c.space) * 7 + c.bottom_up));
   for (bool doubled : {false, true})
-    for (int h : {1, 2, 3, 4, 7}) {
+    // Up to and across bands of output lines: the first, full, short and
+    // last bands of the walk that keeps the lines in registers.
+    for (int h : {1, 2, 3, 4, 7, 9, 10, 11, 18, 27}) {
       check(c, doubled, h, rng);
       if (HasFatalFailure()) return;
     }
@@ -134,6 +138,87 @@ std::string case_name(::testing::TestParamInfo<line_case> const &info) { return 
 void PrintTo(line_case const &c, std::ostream *os) { *os << name_of(c); }
 
 INSTANTIATE_TEST_SUITE_P(widths, line_kernels_test, ::testing::ValuesIn(line_cases()), case_name);
+
+// Views into one buffer whose lines meet, and views whose lines interleave
+// without meeting (de-combing in place). Lines meet here only whole: the
+// destination is the source moved by whole lines, or the source itself, so
+// that a column's reads and writes never reach another column. Then the
+// kernel's order of loads and stores (each read-back seeing what the step
+// before stored, even where that was a source line) is the model's, and the
+// two must leave the buffer identical, whether the kernel keeps to its
+// step-by-step walk or may keep the lines in registers.
+struct shared_case {
+  int width;
+  int gap;          // stride - width of the buffer's lines
+  int shift_lines;  // destination line 0 at source line 0 + this many buffer lines
+  bool every_second;  // source (and for shifts destination) on every second line
+  bool doubled;
+  bool bottom_up;
+};
+
+std::string name_of(shared_case const &c) {
+  std::ostringstream s;
+  s << "w" << c.width << "_gap" << c.gap << "_shift" << (c.shift_lines < 0 ? "m" : "") << std::abs(c.shift_lines)
+    << (c.every_second ? "_every_second" : "") << (c.doubled ? "_doubled" : "_shift_half")
+    << (c.bottom_up ? "_bottom_up" : "");
+  return s.str();
+}
+void PrintTo(shared_case const &c, std::ostream *os) { *os << name_of(c); }
+
+class shared_memory_test : public ::testing::TestWithParam<shared_case> {};
+
+TEST_P(shared_memory_test, overlapping_and_interleaved_views_match_the_model) {
+  shared_case const c = GetParam();
+  int const step = c.every_second ? 2 : 1;
+  std::mt19937 rng(std::uint32_t(c.width * 977 + c.gap * 31 + c.shift_lines * 7 + c.every_second * 3 + c.doubled));
+  for (int h : {1, 2, 3, 9, 10, 19}) {
+    int const out = c.doubled ? 2 * h : h;
+    // Buffer lines in view order: source line i at buffer line step * i,
+    // destination line j at shift + (doubled ? j : step * j).
+    int const out_step = c.doubled ? 1 : step;
+    int const first = std::min(0, c.shift_lines);
+    int const last = std::max(step * (h - 1), c.shift_lines + out_step * (out - 1));
+    int const stride = c.width + c.gap;
+    layout const l{c.width, last - first + 1, c.bottom_up ? -stride : stride, 0, 3};
+    buffer got(l), want(l);
+    got.randomize(rng);
+    sr_test::copy_bytes(got, want);
+    auto kernel_view = [&](buffer const &b, int line, int lines, int lines_step) {
+      return K::byte_view{reinterpret_cast<R::pixel_y_u8 *>(b.line(line - first)), c.width, lines,
+                          l.stride * lines_step, false};
+    };
+    auto model_view = [&](buffer const &b, int line, int lines, int lines_step) {
+      return line_model::view{b.line(line - first), c.width, lines, l.stride * lines_step};
+    };
+    kernel const k = (c.doubled ? double_members : shift_members)[0][0];
+    k(kernel_view(got, 0, h, step), kernel_view(got, c.shift_lines, out, out_step), got.end());
+    (c.doubled ? line_model::double_lines : line_model::shift_half_line)(
+        model_view(want, 0, h, step), model_view(want, c.shift_lines, out, out_step), want.end());
+    for (std::size_t i = 0; i < got.size(); ++i)
+      ASSERT_EQ(int(want.begin()[i]), int(got.begin()[i]))
+          << "h " << h << " at " << got.where(i) << " (model, kernel)";
+  }
+}
+
+std::vector<shared_case> shared_cases() {
+  std::vector<shared_case> cases;
+  for (int w : {4, 12, 16, 20, 48, 52, 6, 19})
+    for (int gap : {0, 3, 16})
+      for (bool bottom_up : {false, true}) {
+        // Every second line: 1 is de-combing in place (interleaved), the
+        // others put destination lines onto source lines.
+        for (int shift : {1, 0, 2, -2, 3})
+          for (bool doubled : {false, true}) cases.push_back(shared_case{w, gap, shift, true, doubled, bottom_up});
+        // Every line: the destination on the source, or moved by a line.
+        for (int shift : {0, 1, -1})
+          for (bool doubled : {false, true}) cases.push_back(shared_case{w, gap, shift, false, doubled, bottom_up});
+      }
+  return cases;
+}
+
+std::string shared_name(::testing::TestParamInfo<shared_case> const &info) { return name_of(info.param); }
+
+INSTANTIATE_TEST_SUITE_P(layouts, shared_memory_test, ::testing::ValuesIn(shared_cases()), shared_name);
 
 // A 1-column word is cut at spill_end and nowhere else, and a source of no
 // lines writes nothing, in every member.
