@@ -2,7 +2,10 @@
 // 540-line field into a 1080-line frame, and de-combing a 1080-line frame in
 // place. Each beside the scalar model, a memcpy of the bytes it writes, and
 // plain line averaging by OpenCV (cv::addWeighted of neighbouring lines) on
-// the same bytes. Bytes processed are the bytes written.
+// the same bytes. Bytes processed are the bytes written. The memcpy comes
+// twice: one block between two buffers of the written size (_memcpy), and
+// line by line with the operation's own memory (_memcpy_lines: the same
+// source and destination lines, so the same cache footprint).
 //
 // BM_rescale_quality prints the picture-quality table (PSNR against the
 // original of field 0 rescaled back to a frame) as counters, one row per
@@ -94,6 +97,24 @@ void BM_rescale_422_memcpy(benchmark::State &state) {
 }
 BENCHMARK(BM_rescale_422_memcpy)->Unit(benchmark::kMillisecond);
 
+// The bytes rescale writes, with its memory: each field line copied to the
+// two frame lines it stands for (reads the 540-line field, writes the frame).
+void BM_rescale_422_memcpy_lines(benchmark::State &state) {
+  lines_memory const field(frame_lines / 2, true), frame(frame_lines, true);
+  for (auto _ : state) {
+    for (int y = 0; y < frame_lines / 2; ++y) {
+      std::memcpy(frame.data() + std::size_t(2 * y) * line_bytes, field.data() + std::size_t(y) * line_bytes,
+                  line_bytes);
+      std::memcpy(frame.data() + std::size_t(2 * y + 1) * line_bytes, field.data() + std::size_t(y) * line_bytes,
+                  line_bytes);
+    }
+    benchmark::DoNotOptimize(frame.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame.bytes()));
+}
+BENCHMARK(BM_rescale_422_memcpy_lines)->Unit(benchmark::kMillisecond);
+
 void BM_decomb_422(benchmark::State &state) {
   lines_memory const frame(frame_lines, state.range(0) != 0);
   auto bitmap = frame.bitmap();
@@ -128,6 +149,21 @@ void BM_decomb_422_memcpy(benchmark::State &state) {
   state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(to.bytes()));
 }
 BENCHMARK(BM_decomb_422_memcpy)->Unit(benchmark::kMillisecond);
+
+// The bytes decomb writes, in its own frame: every even line copied onto the
+// odd line below it (540 lines of 3840 bytes, reads even, writes odd).
+void BM_decomb_422_memcpy_lines(benchmark::State &state) {
+  lines_memory const frame(frame_lines, true);
+  for (auto _ : state) {
+    for (int y = 0; y + 1 < frame_lines; y += 2)
+      std::memcpy(frame.data() + std::size_t(y + 1) * line_bytes, frame.data() + std::size_t(y) * line_bytes,
+                  line_bytes);
+    benchmark::DoNotOptimize(frame.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame.bytes() / 2));
+}
+BENCHMARK(BM_decomb_422_memcpy_lines)->Unit(benchmark::kMillisecond);
 
 #ifdef SIGHT_HAVE_OPENCV
 
