@@ -77,6 +77,23 @@ void BM_corner_detection_422(benchmark::State &state) {
   state.SetBytesProcessed(std::int64_t(state.iterations()) * f.frame.height * rasters::line_bytes(f.frame));
 }
 
+// A flat grey frame of the same size: no block passes the first pair, so
+// this is the floor of the frame path (halving the luma, the first pair).
+void BM_corner_detection_422_flat(benchmark::State &state) {
+  cv::Mat const g(int(state.range(1)), int(state.range(0)), CV_8UC1, cv::Scalar(128));
+  frame_422 f(g, true);
+  Korvane::Sight::corner::detection d;
+  d.threshold() = threshold;
+  int count = 0;
+  for (auto _ : state) {
+    d = f.frame;
+    count = d;
+    benchmark::DoNotOptimize(count);
+  }
+  state.counters["corners"] = count;
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * f.frame.height * rasters::line_bytes(f.frame));
+}
+
 // OpenCV's FAST with suppression on the gray picture. With wide = 1 OpenCV
 // picks its own code path at run time (256-bit on a processor that has it);
 // with wide = 0 its dispatch is switched off, which leaves its 128-bit path.
@@ -115,6 +132,11 @@ void BM_corner_model_422(benchmark::State &state) {
 BENCHMARK(BM_corner_detection_422)
     ->ArgNames({"w", "h", "aligned"})
     ->ArgsProduct({{720, 1920}, {576, 1080}, {0, 1}})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_corner_detection_422_flat)
+    ->ArgNames({"w", "h"})
+    ->Args({720, 576})
+    ->Args({1920, 1080})
     ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_cv_fast_gray)
     ->ArgNames({"w", "h", "wide"})
