@@ -148,13 +148,14 @@ inline void filter_line(std::uint8_t const *above, std::uint8_t const *centre,
 // The walk goes down bands of up to `band_lines` output lines, and inside a
 // band 16 (then 4) columns at a time down the lines, so that each source
 // vector is loaded once per band and the differences between neighbouring
-// lines are taken once and used by both lines they touch. Per line: with
-// up = centre -sat above and down = above -sat centre for the pair above
-// and likewise for the pair below, rising = min(up above, up below) and
-// falling = min(down above, down below), and with d = rising - falling
-// (mod 256; one of the two is zero) upper = centre - d, lower = centre + d.
-// These are the sums of half_lines regrouped mod 256, so the bytes are the
-// same.
+// lines are taken once and used by both lines they touch. For each pair of
+// neighbouring lines, up = the lower line -sat the upper one and down = the
+// upper -sat the lower; for a line, rising = min(up of the pair above, up of
+// the pair below), falling likewise of the downs, and with d = rising -
+// falling (mod 256; one of the two is zero) upper = centre - d and lower =
+// centre + d. These are the sums of half_lines regrouped mod 256, so the
+// bytes are the same. Full bands are unrolled; eight lines measured best
+// (longer bands run out of registers for the line addresses).
 constexpr int band_lines = 8;
 
 struct vector_step {
