@@ -133,14 +133,14 @@ inline int strength_at(std::uint8_t const *centre, std::ptrdiff_t stride) {
 // y + 3 is halved here from the frame row `below` into h[6], in the same pass
 // as the first pair of every block, which is tested without branches (a
 // pixel has a darker pixel in the pair when low > min, a brighter one when
-// max > high); `ahead` is the distance of the row to prefetch meanwhile.
+// max > high).
 // Then, for groups of up to 64 blocks, each later pair is loaded for the
 // blocks still in the running, one step at a time. `hits` has room for the
 // row's blocks rounded up to 8.
 template <bool Aligned>
 corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::uint8_t const *below,
-                        std::ptrdiff_t stride, std::ptrdiff_t ahead, int width, int y, __m128i vth, __m128i vtr,
-                        std::uint16_t *hits, corner_record *out) {
+                        std::ptrdiff_t stride, int width, int y, __m128i vth, __m128i vtr, std::uint16_t *hits,
+                        corner_record *out) {
   // Blocks x = 8, 24, ... while x < width - 8; the last is x_last.
   int const blocks = (width - 16 + 15) / 16;
   int const x_last = 8 + 16 * (blocks - 1);
@@ -155,7 +155,6 @@ corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::
   for (int j = 0; j < blocks; ++j) {
     std::ptrdiff_t const c = block_offset(0, j);
     std::uint8_t const *const source = below + 2 * (c - 8);
-    _mm_prefetch(reinterpret_cast<char const *>(source + ahead), _MM_HINT_T0);
     __m128i const a8 = halve_16<Aligned>(source);
     _mm_store_si128(reinterpret_cast<__m128i *>(fresh + c), a8);
     bounds const b = bounds_at(h[3] + c, vth, vtr);
@@ -249,8 +248,8 @@ corner_record *detect_422(std::uint8_t const *data, std::ptrdiff_t stride, int w
     if (pieces == 0) continue;
     std::uint8_t *const h[7] = {slot(y - 3), slot(y - 2), slot(y - 1), slot(y),
                                 slot(y + 1), slot(y + 2), slot(y + 3)};
-    // Row y + 3 is halved while the row is tested; row y + 5 is fetched meanwhile.
-    out = test_row<Aligned>(h, row_at(y), row_at(y + 3), stride, 2 * stride, width, y, vth, vtr, hits, out);
+    // Row y + 3 is halved while the row is tested.
+    out = test_row<Aligned>(h, row_at(y), row_at(y + 3), stride, width, y, vth, vtr, hits, out);
   }
   return out;
 }

@@ -30,8 +30,7 @@ using reserve_fn = corner_record *(*)(void *context, corner_record *last);
 // to x_last + 23 (row y + 3 while row y is tested, piece by piece with the
 // first pair of each block). The last piece reads at most 30 bytes past a
 // row's picture bytes; for every row that is read, those lie in the frame's
-// next row in memory, so nothing outside the frame is touched. Row y + 5 is
-// prefetched meanwhile (a hint, not a load; that row exists).
+// next row in memory, so nothing outside the frame is touched.
 // The first pair of every block is tested without branches; each later pair
 // is loaded, step by step over the blocks of a row, only for blocks whose
 // running mask is still non-zero, so a block leaves the cascade the moment
