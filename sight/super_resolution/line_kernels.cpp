@@ -234,7 +234,7 @@ inline void fused_band(std::uint8_t const *centre, std::ptrdiff_t source_step, s
     p += source_step;
     column_state s = start_column(above, cur, load_step<Step, SourceAligned>(p));
     std::uint8_t *q = low + x;
-    std::uint8_t *r = copy + x;
+    std::uint8_t *r = Doubled ? copy + x : nullptr;  // no offset on a null pointer
     // Line k, for the copy, is the `next` of the output before.
     __m128i line_k = cur;
     auto output = [&](__m128i far) {
