@@ -8,16 +8,13 @@
 #include <cassert>
 #include <cstdint>
 
+#include <sight/frame/simd_kernels.h>
+
 namespace Korvane::Sight::corner {
 namespace {
 
-template <bool Aligned>
-inline __m128i load(std::uint8_t const *p) {
-  if constexpr (Aligned)
-    return _mm_load_si128(reinterpret_cast<__m128i const *>(p));
-  else
-    return _mm_loadu_si128(reinterpret_cast<__m128i const *>(p));
-}
+using simd::load;
+using simd::store;
 
 // Halved luma of the 16 pixels of a 4:2:2 row from `p` on. Luma is the high
 // byte of each 16-bit lane, so a shift by 9 leaves Y >> 1 (0..127), which
@@ -35,7 +32,7 @@ inline __m128i halve_16(std::uint8_t const *p) {
 template <bool Aligned>
 void halve_luma_422(std::uint8_t const *row, int pieces, std::uint8_t *out) {
   for (int i = 0; i < pieces; ++i, row += 32, out += 16)
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(out), halve_16<Aligned>(row));
+    store<false>(out, halve_16<Aligned>(row));
 }
 
 // Ring positions in cyclic order: the window row (0 to 6 for y - 3 to y + 3)
@@ -148,15 +145,14 @@ corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::
   // Ring columns that no block covers: 0 to 7 before the first block and
   // x_last + 16 to x_last + 18 after the last, in two pieces that overlap
   // the blocks with the same values.
-  _mm_storeu_si128(reinterpret_cast<__m128i *>(fresh + 8), halve_16<Aligned>(below));
-  _mm_storeu_si128(reinterpret_cast<__m128i *>(fresh + 16 + x_last),
-                   halve_16<Aligned>(below + 2 * std::ptrdiff_t(x_last + 8)));
+  store<false>(fresh + 8, halve_16<Aligned>(below));
+  store<false>(fresh + 16 + x_last, halve_16<Aligned>(below + 2 * std::ptrdiff_t(x_last + 8)));
   // A 16-bit mask of the pixels of each block that pass the first pair.
   for (int j = 0; j < blocks; ++j) {
     std::ptrdiff_t const c = block_offset(0, j);
     std::uint8_t const *const source = below + 2 * (c - 8);
     __m128i const a8 = halve_16<Aligned>(source);
-    _mm_store_si128(reinterpret_cast<__m128i *>(fresh + c), a8);
+    store<true>(fresh + c, a8);
     bounds const b = bounds_at(h[3] + c, vth, vtr);
     __m128i const a0 = load<true>(h[0] + c);
     __m128i const any = _mm_or_si128(_mm_cmpgt_epi8(b.low, _mm_min_epi8(a0, a8)),
@@ -172,7 +168,7 @@ corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::
     std::uint16_t const *const group_hits = hits + first / 16;
     std::uint64_t pass = 0;
     for (int j = 0; j < count; j += 8) {
-      __m128i const none = _mm_cmpeq_epi16(_mm_load_si128(reinterpret_cast<__m128i const *>(group_hits + j)),
+      __m128i const none = _mm_cmpeq_epi16(load<true>(group_hits + j),
                                            _mm_setzero_si128());
       pass |= std::uint64_t(~_mm_movemask_epi8(_mm_packs_epi16(none, none)) & 0xFF) << j;
     }
