@@ -168,8 +168,7 @@ corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::
     std::uint16_t const *const group_hits = hits + first / 16;
     std::uint64_t pass = 0;
     for (int j = 0; j < count; j += 8) {
-      __m128i const none = _mm_cmpeq_epi16(load<true>(group_hits + j),
-                                           _mm_setzero_si128());
+      __m128i const none = _mm_cmpeq_epi16(load<true>(group_hits + j), _mm_setzero_si128());
       pass |= std::uint64_t(~_mm_movemask_epi8(_mm_packs_epi16(none, none)) & 0xFF) << j;
     }
     if (pass == 0) continue;
