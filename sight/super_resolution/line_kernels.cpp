@@ -1,6 +1,7 @@
 // Slope-limited line kernels on 128-bit vectors. See line_kernels.h for the
 // contract; this file holds the one body that all eight members share.
 #include <sight/super_resolution/line_kernels.h>
+#include <sight/frame/simd_kernels.h>
 
 #include <emmintrin.h>  // 128-bit integer vectors
 #include <xmmintrin.h>  // _mm_prefetch
@@ -13,21 +14,8 @@ namespace Korvane::Sight::super_resolution::detail {
 
 namespace {
 
-template <bool Aligned>
-inline __m128i load(std::uint8_t const *p) {
-  if constexpr (Aligned)
-    return _mm_load_si128(reinterpret_cast<__m128i const *>(p));
-  else
-    return _mm_loadu_si128(reinterpret_cast<__m128i const *>(p));
-}
-
-template <bool Aligned>
-inline void store(std::uint8_t *p, __m128i v) {
-  if constexpr (Aligned)
-    _mm_store_si128(reinterpret_cast<__m128i *>(p), v);
-  else
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(p), v);
-}
+using simd::load;
+using simd::store;
 
 inline __m128i load_word(std::uint8_t const *p) {
   std::int32_t w;
