@@ -4,7 +4,6 @@
 #include <smmintrin.h>  // _mm_testz_si128, signed byte min/max, byte blends
 #include <tmmintrin.h>  // _mm_shuffle_epi8
 
-#include <algorithm>
 #include <cassert>
 #include <cstdint>
 
@@ -62,9 +61,9 @@ inline std::uint32_t ring_mask(std::uint8_t const *const h[7], std::ptrdiff_t c,
   return darker | brighter << 16;
 }
 
-// Window offset of block j of the group that starts `first` columns after
-// column 8: the block's first pixel x = 8 + first + 16 j sits at 8 + x.
-inline std::ptrdiff_t block_offset(int first, int j) { return 16 + first + 16 * std::ptrdiff_t(j); }
+// Window offset of block j of a row: the block's first pixel x = 8 + 16 j
+// sits at 8 + x.
+inline std::ptrdiff_t block_offset(int j) { return 16 + 16 * std::ptrdiff_t(j); }
 
 // Masks of one block kept between the steps of the cascade.
 struct block_state {
@@ -72,26 +71,28 @@ struct block_state {
   std::uint32_t m;      // the running mask
 };
 
-// One step of the cascade for every block whose bit is set in `pass`: loads
+// One step of the cascade for the `count` blocks listed in `blocks`: loads
 // the pairs (K, K + 8) of `Ks`, narrows the running mask by `narrow` (the
-// first step starts it) and returns the blocks whose mask is still non-zero.
-// A block whose mask has become zero is in no later step, so it loads no
-// further pair. Running the steps block set by block set instead of block by
-// block leaves the loops over blocks as the only data-dependent branches.
+// first step starts it) and keeps in the list, in order, the blocks whose
+// mask is still non-zero; returns their number. A block whose mask has
+// become zero is in no later step, so it loads no further pair. Running the
+// steps over lists of blocks instead of block by block leaves one
+// data-dependent branch per step and row: the end of the list.
 template <bool Start, int... Ks, class Narrow>
-inline std::uint64_t cascade_step(std::uint8_t const *const h[7], int first, std::uint64_t pass,
-                                  block_state *state, __m128i vth, __m128i vtr, Narrow narrow) {
-  std::uint64_t next = 0;
-  for (; pass != 0; pass &= pass - 1) {
-    int const j = __builtin_ctzll(pass);
-    std::ptrdiff_t const c = block_offset(first, j);
+inline int cascade_step(std::uint8_t const *const h[7], std::uint16_t *blocks, int count, block_state *state,
+                        __m128i vth, __m128i vtr, Narrow narrow) {
+  int kept = 0;
+  for (int i = 0; i < count; ++i) {
+    int const j = blocks[i];
+    std::ptrdiff_t const c = block_offset(j);
     bounds const b = bounds_at(h[3] + c, vth, vtr);
     block_state &s = state[j];
     ((s.a[Ks] = ring_mask<Ks>(h, c, b), s.a[Ks + 8] = ring_mask<Ks + 8>(h, c, b)), ...);
     s.m = Start ? narrow(s.a) : s.m & narrow(s.a);
-    next |= std::uint64_t(s.m != 0) << j;
+    blocks[kept] = std::uint16_t(j);
+    kept += s.m != 0;
   }
-  return next;
+  return kept;
 }
 
 // Strength of the corner whose luma byte is at `centre`: the sum of
@@ -130,14 +131,13 @@ inline int strength_at(std::uint8_t const *centre, std::ptrdiff_t stride) {
 // y + 3 is halved here from the frame row `below` into h[6], in the same pass
 // as the first pair of every block, which is tested without branches (a
 // pixel has a darker pixel in the pair when low > min, a brighter one when
-// max > high).
-// Then, for groups of up to 64 blocks, each later pair is loaded for the
-// blocks still in the running, one step at a time. `hits` has room for the
-// row's blocks rounded up to 8.
+// max > high) and lists the blocks that pass. Then each later pair is loaded
+// for the listed blocks, one step at a time. `list` and `state` have room
+// for one entry per block of the row.
 template <bool Aligned>
 corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::uint8_t const *below,
-                        std::ptrdiff_t stride, int width, int y, __m128i vth, __m128i vtr, std::uint16_t *hits,
-                        corner_record *out) {
+                        std::ptrdiff_t stride, int width, int y, __m128i vth, __m128i vtr, std::uint16_t *list,
+                        block_state *state, corner_record *out) {
   // Blocks x = 8, 24, ... while x < width - 8; the last is x_last.
   int const blocks = (width - 16 + 15) / 16;
   int const x_last = 8 + 16 * (blocks - 1);
@@ -147,66 +147,54 @@ corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::
   // the blocks with the same values.
   store<false>(fresh + 8, halve_16<Aligned>(below));
   store<false>(fresh + 16 + x_last, halve_16<Aligned>(below + 2 * std::ptrdiff_t(x_last + 8)));
-  // A 16-bit mask of the pixels of each block that pass the first pair.
+  int count = 0;
   for (int j = 0; j < blocks; ++j) {
-    std::ptrdiff_t const c = block_offset(0, j);
-    std::uint8_t const *const source = below + 2 * (c - 8);
-    __m128i const a8 = halve_16<Aligned>(source);
+    std::ptrdiff_t const c = block_offset(j);
+    __m128i const a8 = halve_16<Aligned>(below + 2 * (c - 8));
     store<true>(fresh + c, a8);
     bounds const b = bounds_at(h[3] + c, vth, vtr);
     __m128i const a0 = load<true>(h[0] + c);
     __m128i const any = _mm_or_si128(_mm_cmpgt_epi8(b.low, _mm_min_epi8(a0, a8)),
                                      _mm_cmpgt_epi8(_mm_max_epi8(a0, a8), b.high));
-    hits[j] = std::uint16_t(_mm_movemask_epi8(any));
+    list[count] = std::uint16_t(j);
+    count += !_mm_testz_si128(any, any);
   }
-  for (int j = blocks; j % 8 != 0; ++j) hits[j] = 0;
-
-  block_state state[64];
-  for (int first = 0; first < width - 16; first += 64 * 16) {
-    // One bit a block of the group, eight blocks at a time.
-    int const count = std::min(64, blocks - first / 16);
-    std::uint16_t const *const group_hits = hits + first / 16;
-    std::uint64_t pass = 0;
-    for (int j = 0; j < count; j += 8) {
-      __m128i const none = _mm_cmpeq_epi16(load<true>(group_hits + j), _mm_setzero_si128());
-      pass |= std::uint64_t(~_mm_movemask_epi8(_mm_packs_epi16(none, none)) & 0xFF) << j;
-    }
-    if (pass == 0) continue;
-    // The running mask A0 | A8 is non-zero for these blocks, so (1, 9) is
-    // due; both pairs are loaded here and the mask narrowed by (1, 9).
-    pass = cascade_step<true, 0, 1>(h, first, pass, state, vth, vtr, [](std::uint32_t const *a) {
-      return (a[0] | a[8]) & ((a[0] & a[1]) | (a[8] & a[9]));
-    });
-    pass = cascade_step<false, 2>(h, first, pass, state, vth, vtr, [](std::uint32_t const *a) {
-      return (a[1] & a[2]) | (a[9] & a[10]);
-    });
-    pass = cascade_step<false, 3>(h, first, pass, state, vth, vtr, [](std::uint32_t const *a) {
-      return (a[2] & a[3]) | (a[10] & a[11]);
-    });
-    pass = cascade_step<false, 4>(h, first, pass, state, vth, vtr, [](std::uint32_t const *a) {
-      return ((a[0] | a[10]) & a[11] & a[12]) | ((a[2] | a[8]) & a[3] & a[4]);
-    });
-    pass = cascade_step<false, 5>(h, first, pass, state, vth, vtr, [](std::uint32_t const *a) {
-      return (((a[0] & a[1]) | (a[10] & a[11])) & a[12] & a[13]) | (((a[2] & a[3]) | (a[8] & a[9])) & a[4] & a[5]);
-    });
-    pass = cascade_step<false, 6>(h, first, pass, state, vth, vtr, [](std::uint32_t const *a) {
-      return (((a[0] & a[1] & a[2]) | (a[10] & a[11] & a[12])) & a[13] & a[14]) |
-             (((a[2] & a[3] & a[4]) | (a[8] & a[9] & a[10])) & a[5] & a[6]);
-    });
-    pass = cascade_step<false, 7>(h, first, pass, state, vth, vtr, [](std::uint32_t const *a) {
-      return (a[15] & (a[7] | (((a[11] & a[12] & a[13]) | (a[1] & a[2] & a[3])) & a[14] & a[0]))) |
-             (((a[3] & a[4] & a[5]) | (a[9] & a[10] & a[11])) & a[6] & a[7] & a[8]);
-    });
-    // Either kind makes a corner; blocks and bits lowest first keep x ascending.
-    for (; pass != 0; pass &= pass - 1) {
-      int const j = __builtin_ctzll(pass);
-      std::uint32_t const m = state[j].m;
-      int const x = int(block_offset(first, j)) - 8;
-      for (std::uint32_t bits = (m | m >> 16) & 0xFFFF; bits != 0; bits &= bits - 1) {
-        int const px = x + __builtin_ctz(bits);
-        std::uint8_t const *const centre = row + 2 * std::ptrdiff_t(px) + 1;
-        *out++ = corner_record{std::uint16_t(px), std::uint16_t(y), std::uint16_t(strength_at(centre, stride))};
-      }
+  if (count == 0) return out;
+  // The running mask A0 | A8 is non-zero for these blocks, so (1, 9) is
+  // due; both pairs are loaded here and the mask narrowed by (1, 9).
+  count = cascade_step<true, 0, 1>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
+    return (a[0] | a[8]) & ((a[0] & a[1]) | (a[8] & a[9]));
+  });
+  count = cascade_step<false, 2>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
+    return (a[1] & a[2]) | (a[9] & a[10]);
+  });
+  count = cascade_step<false, 3>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
+    return (a[2] & a[3]) | (a[10] & a[11]);
+  });
+  count = cascade_step<false, 4>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
+    return ((a[0] | a[10]) & a[11] & a[12]) | ((a[2] | a[8]) & a[3] & a[4]);
+  });
+  count = cascade_step<false, 5>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
+    return (((a[0] & a[1]) | (a[10] & a[11])) & a[12] & a[13]) | (((a[2] & a[3]) | (a[8] & a[9])) & a[4] & a[5]);
+  });
+  count = cascade_step<false, 6>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
+    return (((a[0] & a[1] & a[2]) | (a[10] & a[11] & a[12])) & a[13] & a[14]) |
+           (((a[2] & a[3] & a[4]) | (a[8] & a[9] & a[10])) & a[5] & a[6]);
+  });
+  count = cascade_step<false, 7>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
+    return (a[15] & (a[7] | (((a[11] & a[12] & a[13]) | (a[1] & a[2] & a[3])) & a[14] & a[0]))) |
+           (((a[3] & a[4] & a[5]) | (a[9] & a[10] & a[11])) & a[6] & a[7] & a[8]);
+  });
+  // Either kind makes a corner; the list in block order and bits lowest
+  // first keep x ascending.
+  for (int i = 0; i < count; ++i) {
+    int const j = list[i];
+    std::uint32_t const m = state[j].m;
+    int const x = int(block_offset(j)) - 8;
+    for (std::uint32_t bits = (m | m >> 16) & 0xFFFF; bits != 0; bits &= bits - 1) {
+      int const px = x + __builtin_ctz(bits);
+      std::uint8_t const *const centre = row + 2 * std::ptrdiff_t(px) + 1;
+      *out++ = corner_record{std::uint16_t(px), std::uint16_t(y), std::uint16_t(strength_at(centre, stride))};
     }
   }
   return out;
@@ -230,10 +218,10 @@ corner_record *detect_422(std::uint8_t const *data, std::ptrdiff_t stride, int w
   window = reinterpret_cast<std::uint8_t *>((reinterpret_cast<std::uintptr_t>(window) + 15) & ~std::uintptr_t(15));
   auto slot = [&](int r) { return window + (r % 7) * row_bytes; };
   auto row_at = [&](int r) { return data + r * stride; };
-  // Block bits of the first pair for a whole row, rounded up to 8 blocks.
-  int const blocks = width > 16 ? (width - 16 + 15) / 16 : 0;
-  auto *hits = static_cast<std::uint16_t *>(__builtin_alloca(std::size_t((blocks + 7) / 8 * 8 + 8) * 2));
-  hits = reinterpret_cast<std::uint16_t *>((reinterpret_cast<std::uintptr_t>(hits) + 15) & ~std::uintptr_t(15));
+  // The blocks of a row still in the cascade, and their masks.
+  std::size_t const blocks = width > 16 ? std::size_t(width - 16 + 15) / 16 : 0;
+  auto *const list = static_cast<std::uint16_t *>(__builtin_alloca(blocks * sizeof(std::uint16_t) + 1));
+  auto *const state = static_cast<block_state *>(__builtin_alloca(blocks * sizeof(block_state) + 1));
 
   for (int r = 5; r < 11 && pieces > 0; ++r) halve_luma_422<Aligned>(row_at(r), pieces, slot(r) + 8);
   __m128i const vth = _mm_set1_epi8(th);
@@ -244,7 +232,7 @@ corner_record *detect_422(std::uint8_t const *data, std::ptrdiff_t stride, int w
     std::uint8_t *const h[7] = {slot(y - 3), slot(y - 2), slot(y - 1), slot(y),
                                 slot(y + 1), slot(y + 2), slot(y + 3)};
     // Row y + 3 is halved while the row is tested.
-    out = test_row<Aligned>(h, row_at(y), row_at(y + 3), stride, width, y, vth, vtr, hits, out);
+    out = test_row<Aligned>(h, row_at(y), row_at(y + 3), stride, width, y, vth, vtr, list, state, out);
   }
   return out;
 }

@@ -32,9 +32,10 @@ using reserve_fn = corner_record *(*)(void *context, corner_record *last);
 // row's picture bytes; for every row that is read, those lie in the frame's
 // next row in memory, so nothing outside the frame is touched.
 // The first pair of every block is tested without branches; each later pair
-// is loaded, step by step over the blocks of a row, only for blocks whose
-// running mask is still non-zero, so a block leaves the cascade the moment
-// its mask is zero, with no further load. The centre row and the top and
+// is loaded, step by step over a list of the row's blocks, only for blocks
+// whose running mask is still non-zero, so a block leaves the cascade the
+// moment its mask is zero, with no further load. The list and the blocks'
+// masks take 70 bytes a block on the stack, besides the window. The centre row and the top and
 // bottom ring rows are read from the window with aligned loads.
 // Strength: for each corner one 16-byte load from each of the frame rows
 // y - 3 to y + 3, from the byte of column x - 3 on (row y one byte later),
