@@ -120,6 +120,11 @@ e_object_detected decide(spot_count const &c, std::int32_t threshold) {
 template <class Extract>
 void hot_spots::detect(hot_spots_info &info, int width, int height, float aspect,
                        Extract const &extract) {
+  if (!enabled()) {
+    info = hot_spots_info();
+    return;
+  }
+  setup();
   detail::spot_rect rects[no_spots];
   detail::spot_rectangles(*this, width, height, aspect, rects);
   for (int i = 0; i < no_spots; ++i)
@@ -168,53 +173,28 @@ e_object_detected hot_spots::extract(cb_bitmap const &cb, cr_bitmap const &cr, g
 }
 
 void hot_spots::operator()(hot_spots_info &info, bgra_bitmap const &frame, float aspect) {
-  if (!enabled()) {
-    info = hot_spots_info();
-    return;
-  }
-  setup();
   detect(info, frame.width, frame.height, aspect,
          [&](glm::ivec2 lt, glm::ivec2 rb) { return extract(frame, lt, rb); });
 }
 
 void hot_spots::operator()(hot_spots_info &info, ycbcr_bitmap const &frame, float aspect) {
-  if (!enabled()) {
-    info = hot_spots_info();
-    return;
-  }
-  setup();
   detect(info, frame.width, frame.height, aspect,
          [&](glm::ivec2 lt, glm::ivec2 rb) { return extract(frame, lt, rb); });
 }
 
 void hot_spots::operator()(hot_spots_info &info, ycbcra_bitmap const &frame, float aspect) {
-  if (!enabled()) {
-    info = hot_spots_info();
-    return;
-  }
-  setup();
   detect(info, frame.width, frame.height, aspect,
          [&](glm::ivec2 lt, glm::ivec2 rb) { return extract(frame, lt, rb); });
 }
 
 void hot_spots::operator()(hot_spots_info &info, y_bitmap const &y, cbcr_bitmap const &cbcr,
                            float aspect) {
-  if (!enabled()) {
-    info = hot_spots_info();
-    return;
-  }
-  setup();
   detect(info, y.width, y.height, aspect,
          [&](glm::ivec2 lt, glm::ivec2 rb) { return extract(cbcr, lt, rb); });
 }
 
 void hot_spots::operator()(hot_spots_info &info, y_bitmap const &y, cb_bitmap const &cb,
                            cr_bitmap const &cr, float aspect) {
-  if (!enabled()) {
-    info = hot_spots_info();
-    return;
-  }
-  setup();
   detect(info, y.width, y.height, aspect,
          [&](glm::ivec2 lt, glm::ivec2 rb) { return extract(cb, cr, lt, rb); });
 }

@@ -108,8 +108,9 @@ struct SIGHT_API hot_spots : hot_spots_data {
   e_object_detected extract(cb_bitmap const &cb, cr_bitmap const &cr, glm::ivec2 left_top,
                             glm::ivec2 right_bottom) const;
 
-  // The steps shared by the bitmap entries: spot rectangles from the
-  // settings and the picture size, one `extract` call per enabled spot.
+  // The steps shared by the bitmap entries: nothing but a zeroed result when
+  // disabled; else the set-up, the spot rectangles from the settings and the
+  // picture size, and one `extract` call per enabled spot.
   template <class Extract>
   void detect(hot_spots_info &info, int width, int height, float aspect, Extract const &extract);
 
