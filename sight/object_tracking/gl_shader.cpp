@@ -67,9 +67,11 @@ char const *object_tracking_data::p_GL_fragment_program() { return g_fragment_te
 // 255, except that the reference chroma stays a float here, neither rounded
 // nor made integer. Single precision throughout, in the order written; the
 // edge width is tol - inner as computed, which differs from soft by rounding.
-// `slot` indexes the name table unchecked; a slot outside 0..3 reads past it.
+// The text has four slots; a `slot` outside 0..3 names no uniform and
+// writes nothing, rather than reading past the table of names.
 void object_tracking_data::GL_set_shader_values(
     int slot, Tamarind::Shaders::program::variables &variables) const {
+  if (slot < 0 || slot > 3) return;
   glm::vec4 const ycbcr =
       object_tracking::g_rgb_to_ycbcr * glm::vec4(color_.r(), color_.g(), color_.b(), 1.0f);
 

@@ -226,6 +226,16 @@ TEST(gl_values_test, worked_numbers) {
   }
 }
 
+// The text has slots 0 to 3 only: any other slot sets nothing at all.
+TEST(gl_values_test, slots_outside_the_text_write_nothing) {
+  key_settings const k{0.5f, 0.5f, 0.5f, 0.7f, 0.3f};
+  variables vars;
+  for (int slot : {-1, 4, 1000}) make_data(k).GL_set_shader_values(slot, vars);
+  EXPECT_EQ(vars.size(), 0u);
+  make_data(k).GL_set_shader_values(3, vars);
+  EXPECT_EQ(vars.size(), 1u);
+}
+
 // ---------------------------------------------------------------------------
 // The key drawn by Mesa's software renderer. A 256 by 256 texture of Y, Cb,
 // Cr, A pixels holds every pair (Cb, Cr) = (x, y), with random luma and
