@@ -77,8 +77,9 @@ void BM_corner_detection_422(benchmark::State &state) {
   state.SetBytesProcessed(std::int64_t(state.iterations()) * f.frame.height * rasters::line_bytes(f.frame));
 }
 
-// A flat grey frame of the same size: no block passes the first pair, so
-// this is the floor of the frame path (halving the luma, the first pair).
+// A flat grey frame of the same size: no block passes the first test, so
+// this is the floor of the frame path (halving the luma, the first test on
+// positions 0, 4, 8 and 12).
 void BM_corner_detection_422_flat(benchmark::State &state) {
   cv::Mat const g(int(state.range(1)), int(state.range(0)), CV_8UC1, cv::Scalar(128));
   frame_422 f(g, true);

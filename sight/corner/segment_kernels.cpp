@@ -129,9 +129,10 @@ inline int strength_at(std::uint8_t const *centre, std::ptrdiff_t stride) {
 // rows y - 3 to y + 3, 16-byte aligned, with pixel x at h[k][8 + x] (so that
 // a block's first pixel, x = 8 mod 16, lands on a 16-byte boundary). Row
 // y + 3 is halved here from the frame row `below` into h[6], in the same pass
-// as the first pair of every block, which is tested without branches (a
-// pixel has a darker pixel in the pair when low > min, a brighter one when
-// max > high) and lists the blocks that pass. Then each later pair is loaded
+// as the first test of every block, on positions 0, 4, 8 and 12 without
+// branches (a pixel has a darker pixel in a pair when low > min, a brighter
+// one when max > high; a corner needs one of each pair), which lists the
+// blocks that pass. Then each later pair is loaded
 // for the listed blocks, one step at a time. `list` and `state` have room
 // for one entry per block of the row.
 template <bool Aligned>
@@ -154,19 +155,25 @@ corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::
     store<true>(fresh + c, a8);
     bounds const b = bounds_at(h[3] + c, vth, vtr);
     __m128i const a0 = load<true>(h[0] + c);
-    __m128i const any = _mm_or_si128(_mm_cmpgt_epi8(b.low, _mm_min_epi8(a0, a8)),
-                                     _mm_cmpgt_epi8(_mm_max_epi8(a0, a8), b.high));
+    __m128i const a4 = load<false>(h[3] + c + 3);
+    __m128i const a12 = load<false>(h[3] + c - 3);
+    // Nine contiguous positions hold two neighbours of 0, 4, 8, 12, so one
+    // of 0 and 8 and one of 4 and 12 are of the same kind: low exceeds both
+    // pair minima, or both pair maxima exceed high.
+    __m128i const min08 = _mm_min_epi8(a0, a8), max08 = _mm_max_epi8(a0, a8);
+    __m128i const min412 = _mm_min_epi8(a4, a12), max412 = _mm_max_epi8(a4, a12);
+    __m128i const darker = _mm_cmpgt_epi8(b.low, _mm_max_epi8(min08, min412));
+    __m128i const brighter = _mm_cmpgt_epi8(_mm_min_epi8(max08, max412), b.high);
+    __m128i const any = _mm_or_si128(darker, brighter);
     list[count] = std::uint16_t(j);
     count += !_mm_testz_si128(any, any);
   }
   if (count == 0) return out;
-  // The running mask A0 | A8 is non-zero for these blocks, so (1, 9) is
-  // due; both pairs are loaded here and the mask narrowed by (1, 9).
-  count = cascade_step<true, 0, 1>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
-    return (a[0] | a[8]) & ((a[0] & a[1]) | (a[8] & a[9]));
-  });
-  count = cascade_step<false, 2>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
-    return (a[1] & a[2]) | (a[9] & a[10]);
+  // Nearly every block that passes the first test also passes (1, 9), so
+  // the pairs (0, 8), (1, 9) and (2, 10) are loaded in one step and the mask
+  // narrowed by both (1, 9) and (2, 10): one pass over the list fewer.
+  count = cascade_step<true, 0, 1, 2>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
+    return (a[0] | a[8]) & ((a[0] & a[1]) | (a[8] & a[9])) & ((a[1] & a[2]) | (a[9] & a[10]));
   });
   count = cascade_step<false, 3>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
     return (a[2] & a[3]) | (a[10] & a[11]);

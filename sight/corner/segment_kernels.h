@@ -28,15 +28,18 @@ using reserve_fn = corner_record *(*)(void *context, corner_record *last);
 // rolling window on the stack (7 * (16 * ceil((x_last + 19) / 16) + 16)
 // bytes), each row converted once, in 16-pixel pieces that cover columns 0
 // to x_last + 23 (row y + 3 while row y is tested, piece by piece with the
-// first pair of each block). The last piece reads at most 30 bytes past a
+// first test of each block). The last piece reads at most 30 bytes past a
 // row's picture bytes; for every row that is read, those lie in the frame's
 // next row in memory, so nothing outside the frame is touched.
-// The first pair of every block is tested without branches; each later pair
-// is loaded, step by step over a list of the row's blocks, only for blocks
-// whose running mask is still non-zero, so a block leaves the cascade the
-// moment its mask is zero, with no further load. The list and the blocks'
-// masks take 70 bytes a block on the stack, besides the window. The centre row and the top and
-// bottom ring rows are read from the window with aligned loads.
+// Every block first gets a branch-free test of positions 0, 4, 8 and 12
+// (nine contiguous positions take in two neighbours among them, so a corner
+// of one kind has that kind at one of 0 and 8 and at one of 4 and 12). For
+// the blocks that pass, the pairs of the cascade are loaded step by step
+// over a list of the row's blocks, only for blocks whose running mask is
+// still non-zero, so a block leaves the cascade the moment its mask is zero,
+// with no further load. The list and the blocks' masks take 70 bytes a block
+// on the stack, besides the window. The centre row and the top and bottom
+// ring rows are read from the window with aligned loads.
 // Strength: for each corner one 16-byte load from each of the frame rows
 // y - 3 to y + 3, from the byte of column x - 3 on (row y one byte later),
 // so up to byte 2x + 10 of the row: 23 bytes past the row's picture bytes at
