@@ -81,8 +81,8 @@ struct block_state {
 template <bool Start, int... Ks, class Narrow>
 inline int cascade_step(std::uint8_t const *const h[7], std::uint16_t *blocks, int count, block_state *state,
                         __m128i vth, __m128i vtr, Narrow narrow) {
-  int kept = 0;
-  for (int i = 0; i < count; ++i) {
+  std::ptrdiff_t kept = 0;
+  for (std::ptrdiff_t i = 0; i < count; ++i) {
     int const j = blocks[i];
     std::ptrdiff_t const c = block_offset(j);
     bounds const b = bounds_at(h[3] + c, vth, vtr);
@@ -92,7 +92,7 @@ inline int cascade_step(std::uint8_t const *const h[7], std::uint16_t *blocks, i
     blocks[kept] = std::uint16_t(j);
     kept += s.m != 0;
   }
-  return kept;
+  return int(kept);
 }
 
 // Strength of the corner whose luma byte is at `centre`: the sum of
@@ -148,9 +148,12 @@ corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::
   // the blocks with the same values.
   store<false>(fresh + 8, halve_16<Aligned>(below));
   store<false>(fresh + 16 + x_last, halve_16<Aligned>(below + 2 * std::ptrdiff_t(x_last + 8)));
-  int count = 0;
-  for (int j = 0; j < blocks; ++j) {
-    std::ptrdiff_t const c = block_offset(j);
+  // Pointer-wide counters leave no sign extension in the loop, and two
+  // blocks an iteration halve its bookkeeping.
+  std::ptrdiff_t passed = 0;
+#pragma GCC unroll 2
+  for (std::ptrdiff_t j = 0; j < blocks; ++j) {
+    std::ptrdiff_t const c = block_offset(int(j));
     __m128i const a8 = halve_16<Aligned>(below + 2 * (c - 8));
     store<true>(fresh + c, a8);
     bounds const b = bounds_at(h[3] + c, vth, vtr);
@@ -165,10 +168,11 @@ corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::
     __m128i const darker = _mm_cmpgt_epi8(b.low, _mm_max_epi8(min08, min412));
     __m128i const brighter = _mm_cmpgt_epi8(_mm_min_epi8(max08, max412), b.high);
     __m128i const any = _mm_or_si128(darker, brighter);
-    list[count] = std::uint16_t(j);
-    count += !_mm_testz_si128(any, any);
+    list[passed] = std::uint16_t(j);
+    passed += !_mm_testz_si128(any, any);
   }
-  if (count == 0) return out;
+  if (passed == 0) return out;
+  int count = int(passed);
   // Nearly every block that passes the first test also passes (1, 9), so
   // the pairs (0, 8), (1, 9) and (2, 10) are loaded in one step and the mask
   // narrowed by both (1, 9) and (2, 10): one pass over the list fewer.
