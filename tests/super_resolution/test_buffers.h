@@ -1,17 +1,20 @@
 // Exactly sized test memory for the line kernels and the times-two
-// operations: a picture of `lines` lines of `width` bytes at a given stride
-// (negative: bottom-up), placed at a chosen offset from a 16-byte boundary,
-// followed by `room` bytes behind the line that lies last in memory and by
-// nothing else, so that AddressSanitizer reports any access past it.
+// operations: `lines` lines of `width` bytes at a given stride (negative:
+// bottom-up), starting `offset` bytes after a 16-byte boundary, followed by
+// `room` bytes behind the line that lies last in memory and by nothing else,
+// so that AddressSanitizer reports any access past it. Untouched bytes hold a
+// sentinel, and whole buffers are compared byte by byte.
 #ifndef TESTS_SUPER_RESOLUTION_TEST_BUFFERS_H_
 #define TESTS_SUPER_RESOLUTION_TEST_BUFFERS_H_
+
+#include <gtest/gtest.h>
 
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <random>
-#include <sstream>
-#include <string>
+
+#include "super_resolution/line_kernels_model.h"
 
 namespace sr_test {
 
@@ -25,23 +28,17 @@ struct layout {
   int room = 0;    // bytes behind the last line in memory
 };
 
-inline int magnitude(int v) { return v < 0 ? -v : v; }
-
-inline std::size_t bytes_of(layout const &l) {
-  if (l.lines < 1) return std::size_t(l.room);
-  return std::size_t(l.lines - 1) * std::size_t(magnitude(l.stride)) + std::size_t(l.width + l.room);
-}
-
 class buffer {
  public:
-  explicit buffer(layout const &l) : l_(l), size_(bytes_of(l)) {
+  explicit buffer(layout const &l) : l_(l) {
+    size_ = l.lines < 1 ? std::size_t(l.room)
+                        : std::size_t(l.lines - 1) * std::size_t(std::abs(l.stride)) + std::size_t(l.width + l.room);
+    // posix_memalign takes any size, so the buffer ends exactly where it should.
     void *p = nullptr;
-    // posix_memalign: any size, so the buffer ends exactly where it should.
     if (posix_memalign(&p, 16, std::size_t(l.offset) + size_) != 0) std::abort();
     base_ = static_cast<std::uint8_t *>(p);
     begin_ = base_ + l.offset;
-    std::memset(base_, sentinel, std::size_t(l.offset));
-    std::memset(begin_, sentinel, size_);
+    std::memset(base_, sentinel, std::size_t(l.offset) + size_);
   }
   buffer(buffer const &) = delete;
   buffer &operator=(buffer const &) = delete;
@@ -52,58 +49,45 @@ class buffer {
   std::size_t size() const { return size_; }
   layout const &shape() const { return l_; }
 
-  // Address of line y as the view sees it.
+  // Address of line y as a top-down view sees it (line 0 at `data`).
   std::uint8_t *line(int y) const {
-    std::ptrdiff_t const first = l_.stride < 0 ? std::ptrdiff_t(l_.lines - 1) * -l_.stride : 0;
+    std::ptrdiff_t const first = l_.stride < 0 && l_.lines > 0 ? std::ptrdiff_t(l_.lines - 1) * -l_.stride : 0;
     return begin_ + first + std::ptrdiff_t(y) * l_.stride;
   }
-  std::uint8_t *data() const { return l_.lines > 0 ? line(0) : begin_; }
+  std::uint8_t *data() const { return line(0); }
 
   void randomize(std::mt19937 &rng) const {
     std::uniform_int_distribution<int> byte(0, 255);
     for (int y = 0; y < l_.lines; ++y)
       for (int x = 0; x < l_.width; ++x) line(y)[x] = std::uint8_t(byte(rng));
   }
-
-  // Line and column of a byte offset, for failure messages.
-  std::string where(std::size_t at) const {
-    std::ostringstream s;
-    std::ptrdiff_t const rel = (begin_ + at) - line(0);
-    if (l_.stride == 0) {
-      s << "byte " << at;
-    } else {
-      std::ptrdiff_t y = rel / l_.stride, x = rel - y * l_.stride;
-      if (x < 0) {
-        y += l_.stride > 0 ? -1 : 1;
-        x = rel - y * l_.stride;
-      }
-      s << "y " << y << " x " << x;
-    }
-    return s.str();
-  }
-
-  // Whether the byte at offset `at` is a picture byte (0) or one of the
-  // first three bytes behind a line's end (1 to 3), or neither (-1).
-  int kind(std::size_t at) const {
-    int best = -1;
-    for (int y = 0; y < l_.lines; ++y) {
-      std::ptrdiff_t const d = (begin_ + at) - line(y);
-      if (d >= 0 && d < l_.width) return 0;
-      if (d >= l_.width && d < l_.width + 3) best = 1;
-    }
-    return best;
-  }
+  void copy_from(buffer const &other) const { std::memcpy(begin_, other.begin_, size_); }
 
  private:
   layout l_;
-  std::size_t size_;
+  std::size_t size_ = 0;
   std::uint8_t *base_ = nullptr;
   std::uint8_t *begin_ = nullptr;
 };
 
-// Gives `to` the bytes of `from` (same layout).
-inline void copy_bytes(buffer const &from, buffer const &to) {
-  if (from.size() > 0) std::memcpy(to.begin(), from.begin(), from.size());
+inline line_model::view model_view(buffer const &b, int height) {
+  return line_model::view{b.data(), b.shape().width, height, b.shape().stride};
+}
+
+// Every byte of two buffers of one layout alike; a failure names the first
+// differing byte by line and column of the view (x may lie behind the line)
+// and gives the expected (model) and the actual value.
+inline ::testing::AssertionResult same_bytes(buffer const &want, buffer const &got) {
+  for (std::size_t i = 0; i < got.size(); ++i) {
+    if (want.begin()[i] == got.begin()[i]) continue;
+    std::ptrdiff_t const rel = (got.begin() + i) - got.data();
+    int const stride = got.shape().stride;
+    std::ptrdiff_t y = stride == 0 ? 0 : rel / stride, x = rel - y * stride;
+    if (x < 0) x = rel - (y += stride > 0 ? -1 : 1) * stride;
+    return ::testing::AssertionFailure() << "at y " << y << " x " << x << ": model " << int(want.begin()[i])
+                                         << ", kernel " << int(got.begin()[i]);
+  }
+  return ::testing::AssertionSuccess();
 }
 
 }  // namespace sr_test
