@@ -120,17 +120,16 @@ INSTANTIATE_TEST_SUITE_P(widths, line_kernels_test, ::testing::ValuesIn(line_cas
 // leave the buffer identical, whichever walk the kernel takes.
 struct shared_case {
   int width;
-  int gap;            // stride - width of the buffer's lines
-  int shift_lines;    // destination line 0 at source line 0 + this many buffer lines
-  bool every_second;  // source (and for shifts destination) on every second line
+  int gap;          // stride - width of the buffer's lines
+  int shift_lines;  // destination line 0 at source line 0 + this many buffer lines
+  int step, out_step;  // buffer lines from one source (destination) line to the next
   bool doubled, bottom_up;
 };
 
 std::string name_of(shared_case const &c) {
   std::ostringstream s;
   s << "w" << c.width << "_gap" << c.gap << "_shift" << (c.shift_lines < 0 ? "m" : "") << std::abs(c.shift_lines)
-    << (c.every_second ? "_every_second" : "") << (c.doubled ? "_doubled" : "_shift_half")
-    << (c.bottom_up ? "_bottom_up" : "");
+    << "_step" << c.step << c.out_step << (c.doubled ? "_doubled" : "_shift_half") << (c.bottom_up ? "_bottom_up" : "");
   return s.str();
 }
 void PrintTo(shared_case const &c, std::ostream *os) { *os << name_of(c); }
@@ -139,14 +138,11 @@ class shared_memory_test : public ::testing::TestWithParam<shared_case> {};
 
 TEST_P(shared_memory_test, overlapping_and_interleaved_views_match_the_model) {
   shared_case const c = GetParam();
-  int const step = c.every_second ? 2 : 1;
-  std::mt19937 rng(std::uint32_t(c.width * 977 + c.gap * 31 + c.shift_lines * 7 + c.every_second * 3 + c.doubled));
+  std::mt19937 rng(std::uint32_t(c.width * 977 + c.gap * 31 + c.shift_lines * 7 + c.step * 3 + c.out_step + c.doubled));
   for (int h : {1, 2, 3, 9, 10, 19}) {
-    // Source line i at buffer line step * i, destination line j at
-    // shift + out_step * j.
-    int const out = c.doubled ? 2 * h : h, out_step = c.doubled ? 1 : step;
+    int const out = c.doubled ? 2 * h : h;
     int const first = std::min(0, c.shift_lines);
-    int const last = std::max(step * (h - 1), c.shift_lines + out_step * (out - 1));
+    int const last = std::max(c.step * (h - 1), c.shift_lines + c.out_step * (out - 1));
     layout const l{c.width, last - first + 1, (c.bottom_up ? -1 : 1) * (c.width + c.gap), 0, 3};
     buffer got(l), want(l);
     got.randomize(rng);
@@ -154,10 +150,11 @@ TEST_P(shared_memory_test, overlapping_and_interleaved_views_match_the_model) {
     auto model_view = [&](buffer const &b, int line, int lines, int lines_step) {
       return line_model::view{b.line(line - first), c.width, lines, l.stride * lines_step};
     };
-    line_model::view const s = model_view(got, 0, h, step), d = model_view(got, c.shift_lines, out, out_step);
+    line_model::view const s = model_view(got, 0, h, c.step), d = model_view(got, c.shift_lines, out, c.out_step);
     members[c.doubled][0][0](view_of(s.data, c.width, h, s.stride), view_of(d.data, c.width, out, d.stride),
                              got.end());
-    run_model(c.doubled, model_view(want, 0, h, step), model_view(want, c.shift_lines, out, out_step), want.end());
+    run_model(c.doubled, model_view(want, 0, h, c.step), model_view(want, c.shift_lines, out, c.out_step),
+              want.end());
     ASSERT_TRUE(sr_test::same_bytes(want, got)) << "h " << h;
   }
 }
@@ -166,14 +163,18 @@ std::vector<shared_case> shared_cases() {
   std::vector<shared_case> cases;
   for (int w : {4, 12, 16, 20, 48, 52, 6, 19})
     for (int gap : {0, 3, 16})
-      for (bool bottom_up : {false, true})
+      for (bool bottom_up : {false, true}) {
         for (bool doubled : {false, true}) {
-          // Every second line: shift 1 is de-combing in place (interleaved),
-          // the others put destination lines onto source lines.
-          for (int shift : {1, 0, 2, -2, 3}) cases.push_back(shared_case{w, gap, shift, true, doubled, bottom_up});
+          // Source on every second line: shift 1 is de-combing in place
+          // (interleaved), the others put destination lines onto source lines.
+          for (int shift : {1, 0, 2, -2, 3})
+            cases.push_back(shared_case{w, gap, shift, 2, doubled ? 1 : 2, doubled, bottom_up});
           // Every line: the destination on the source, or moved by a line.
-          for (int shift : {0, 1, -1}) cases.push_back(shared_case{w, gap, shift, false, doubled, bottom_up});
+          for (int shift : {0, 1, -1}) cases.push_back(shared_case{w, gap, shift, 1, 1, doubled, bottom_up});
         }
+        // Destination lines twice as far apart as the source lines, on them.
+        for (int shift : {0, 1}) cases.push_back(shared_case{w, gap, shift, 1, 2, false, bottom_up});
+      }
   return cases;
 }
 
