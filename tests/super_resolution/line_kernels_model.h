@@ -1,17 +1,12 @@
 // Scalar model of the two slope-limited line kernels, written from their
-// formulas with plain int loops. It shares no code with the vector kernels:
-// line addresses, taps, the half-line table and the mean are all spelt out
-// here again, so that a fault in one is not copied into the other.
-//
-// The model works on memory, not on a picture: it performs the kernels'
-// loads and stores in the kernels' order, so that the bytes a 1-column step
-// leaves behind a line's end (and whatever a later read-back makes of them)
-// come out the same. Body columns (all but the last width % 4) are done one
-// column at a time; their stores stay inside the line, so their order among
-// themselves does not matter. The last width % 4 columns each store a whole
-// 4-byte word: byte 0 is the column, bytes 1 to 3 are the same arithmetic
-// on fill(v) = 255 for v >= 128, else 0. Word bytes at or past `spill_end`
-// are not stored.
+// formulas with plain int loops and sharing no code with the vector kernels.
+// It performs the kernels' loads and stores in the kernels' order, so that
+// the bytes a 1-column step leaves behind a line's end (and what a later
+// read-back makes of them) come out the same. Body columns (all but the last
+// width % 4) stay inside the line; each of the last width % 4 columns stores
+// a 4-byte word: byte 0 is the column, bytes 1 to 3 the same arithmetic on
+// fill(v) = 255 for v >= 128, else 0. Word bytes at or past `spill_end` are
+// not stored.
 #ifndef TESTS_SUPER_RESOLUTION_LINE_KERNELS_MODEL_H_
 #define TESTS_SUPER_RESOLUTION_LINE_KERNELS_MODEL_H_
 
@@ -35,22 +30,18 @@ inline int absolute(int v) { return v < 0 ? -v : v; }
 inline int smallest(int a, int b) { return a < b ? a : b; }
 inline int largest(int a, int b) { return a > b ? a : b; }
 
-// upper(y) and lower(y) from the taps, by the table: off a slope both are
-// the centre; on a slope the flatter side gives its neighbour and the other
-// half-line is its mirror about the centre.
-inline int upper(int above, int centre, int below) {
+// upper(y) (is_upper) or lower(y) from the taps, by the table: off a slope
+// both are the centre; on a slope the flatter side gives its neighbour and
+// the other half-line is its mirror about the centre.
+inline int half_line(bool is_upper, int above, int centre, int below) {
   bool const on_slope = smallest(above, below) <= centre && centre <= largest(above, below);
   bool const flatter_above = absolute(above - centre) <= absolute(below - centre);
   if (!on_slope) return centre;
-  return flatter_above ? above : 2 * centre - below;
+  if (flatter_above) return is_upper ? above : 2 * centre - above;
+  return is_upper ? 2 * centre - below : below;
 }
-
-inline int lower(int above, int centre, int below) {
-  bool const on_slope = smallest(above, below) <= centre && centre <= largest(above, below);
-  bool const flatter_above = absolute(above - centre) <= absolute(below - centre);
-  if (!on_slope) return centre;
-  return flatter_above ? 2 * centre - above : below;
-}
+inline int upper(int above, int centre, int below) { return half_line(true, above, centre, below); }
+inline int lower(int above, int centre, int below) { return half_line(false, above, centre, below); }
 
 inline int avg(int u, int v) { return (u + v + 1) >> 1; }
 

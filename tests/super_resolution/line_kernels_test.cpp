@@ -39,12 +39,10 @@ void run_model(bool doubled, line_model::view const &s, line_model::view const &
   (doubled ? line_model::double_lines : line_model::shift_half_line)(s, d, end);
 }
 
-K::byte_view view_of(std::uint8_t *data, int width, int height, int stride) {
-  return K::byte_view{reinterpret_cast<R::pixel_y_u8 *>(data), width, height, stride, false};
+K::byte_view view_of(line_model::view const &v) {
+  return K::byte_view{reinterpret_cast<R::pixel_y_u8 *>(v.data), v.width, v.height, v.stride, false};
 }
-K::byte_view view_of(buffer const &b, int height) {
-  return view_of(b.data(), b.shape().width, height, b.shape().stride);
-}
+K::byte_view view_of(buffer const &b, int height) { return view_of(sr_test::model_view(b, height)); }
 
 struct line_case {
   int width;
@@ -150,9 +148,8 @@ TEST_P(shared_memory_test, overlapping_and_interleaved_views_match_the_model) {
     auto model_view = [&](buffer const &b, int line, int lines, int lines_step) {
       return line_model::view{b.line(line - first), c.width, lines, l.stride * lines_step};
     };
-    line_model::view const s = model_view(got, 0, h, c.step), d = model_view(got, c.shift_lines, out, c.out_step);
-    members[c.doubled][0][0](view_of(s.data, c.width, h, s.stride), view_of(d.data, c.width, out, d.stride),
-                             got.end());
+    members[c.doubled][0][0](view_of(model_view(got, 0, h, c.step)),
+                             view_of(model_view(got, c.shift_lines, out, c.out_step)), got.end());
     run_model(c.doubled, model_view(want, 0, h, c.step), model_view(want, c.shift_lines, out, c.out_step),
               want.end());
     ASSERT_TRUE(sr_test::same_bytes(want, got)) << "h " << h;
