@@ -35,9 +35,8 @@ kernel const members[2][2][2] = {
     {{K::double_lines<false, false>, K::double_lines<false, true>},
      {K::double_lines<true, false>, K::double_lines<true, true>}}};
 
-void run_model(bool doubled, line_model::view const &s, line_model::view const &d, std::uint8_t const *end) {
-  (doubled ? line_model::double_lines : line_model::shift_half_line)(s, d, end);
-}
+using model = void (*)(line_model::view const &, line_model::view const &, std::uint8_t const *);
+model const models[2] = {line_model::shift_half_line, line_model::double_lines};  // [doubled]
 
 K::byte_view view_of(line_model::view const &v) {
   return K::byte_view{reinterpret_cast<R::pixel_y_u8 *>(v.data), v.width, v.height, v.stride, false};
@@ -79,15 +78,14 @@ TEST_P(line_kernels_test, match_the_model_in_every_byte) {
       int const cut = std::min(c.pad, h & 3);
       members[doubled][c.source_aligned][c.destination_aligned](view_of(source, h), view_of(got, h),
                                                                 got.end() - cut);
-      run_model(doubled, sr_test::model_view(source, h), sr_test::model_view(want, h), want.end() - cut);
+      models[doubled](sr_test::model_view(source, h), sr_test::model_view(want, h), want.end() - cut);
       ASSERT_TRUE(sr_test::same_bytes(want, got)) << (doubled ? "double_lines" : "shift_half_line") << " h " << h;
     }
 }
 
 std::vector<line_case> line_cases() {
-  std::vector<int> widths;
+  std::vector<int> widths = {127, 719, 1920, 4099};
   for (int w = 1; w <= 70; ++w) widths.push_back(w);
-  for (int w : {127, 719, 1920, 4099}) widths.push_back(w);
   std::vector<line_case> cases;
   for (int w : widths)
     for (int i = 0; i < 3; ++i) {
@@ -150,8 +148,7 @@ TEST_P(shared_memory_test, overlapping_and_interleaved_views_match_the_model) {
     };
     members[c.doubled][0][0](view_of(model_view(got, 0, h, c.step)),
                              view_of(model_view(got, c.shift_lines, out, c.out_step)), got.end());
-    run_model(c.doubled, model_view(want, 0, h, c.step), model_view(want, c.shift_lines, out, c.out_step),
-              want.end());
+    models[c.doubled](model_view(want, 0, h, c.step), model_view(want, c.shift_lines, out, c.out_step), want.end());
     ASSERT_TRUE(sr_test::same_bytes(want, got)) << "h " << h;
   }
 }
