@@ -117,6 +117,29 @@ inline void halve(glm::ivec2 &lt, glm::ivec2 &rb) {
   rb = glm::ivec2(rb.x / 2, rb.y / 2);
 }
 
+// The row walk of the two four-byte layouts, which differ only in `four`:
+// the chroma of four pixels of a vector in four lanes. Head and tail put one
+// pixel through the same arithmetic in lane 0; the test masks the others.
+template <bool Aligned, class B, class Four>
+spot_count count_four_byte_rows(B const &frame, clip const &c, key_test const &key,
+                                Four const &four) {
+  std::uintptr_t const end = buffer_end(frame);
+  __m128i acc = _mm_setzero_si128();
+  for (int y = c.y0; y < c.y1; ++y) {
+    std::uintptr_t const row_addr = row_address(frame, y);
+    auto const *row = reinterpret_cast<std::uint8_t const *>(row_addr);
+    auto const one = [&](__m128i a, int x) {
+      return key.count_one(a, four(_mm_cvtsi32_si128(int(read_u32(row + 4 * x)))));
+    };
+    auto const block = [&](__m128i a, int x) {
+      a = key.count(a, four(load<Aligned>(row + 4 * x)));
+      return key.count(a, four(load<Aligned>(row + 4 * x + 16)));
+    };
+    acc = walk_row<4, 8>(acc, c.x0, c.x1, samples_before(row_addr, end, 4), one, block);
+  }
+  return spot_count{sum_lanes(acc), (c.y1 - c.y0) * (c.x1 - c.x0), false};
+}
+
 }  // namespace
 
 // Inputs: clipped rectangle in pixels. Alignment: Aligned needs 16-byte rows;
@@ -139,7 +162,6 @@ spot_count hot_spots_kernels::count_spot_bgra(hot_spots const &op,
   __m128i const cb_k = pairs(hot_spots::g_rgb_cbcr[0]), cr_k = pairs(hot_spots::g_rgb_cbcr[1]);
   __m128i const cb_br = _mm_shuffle_epi32(cb_k, 0x00), cb_ga = _mm_shuffle_epi32(cb_k, 0x55);
   __m128i const cr_br = _mm_shuffle_epi32(cr_k, 0x00), cr_ga = _mm_shuffle_epi32(cr_k, 0x55);
-  std::uintptr_t const end = buffer_end(frame);
 
   // Four pixels to four (Cb, Cr) lanes. With alpha forced to 255, the words
   // (B, R) and (G, A) of each pixel take two multiply-adds per chroma value,
@@ -154,22 +176,7 @@ spot_count hot_spots_kernels::count_spot_bgra(hot_spots const &op,
     return _mm_blend_epi16(_mm_srli_epi32(cb, 8), _mm_slli_epi32(cr, 8), 0xAA);
   };
 
-  __m128i acc = _mm_setzero_si128();
-  for (int y = c.y0; y < c.y1; ++y) {
-    std::uintptr_t const row_addr = row_address(frame, y);
-    auto const *row = reinterpret_cast<std::uint8_t const *>(row_addr);
-    // One pixel in lane 0 through the same arithmetic; the other lanes are
-    // masked off by the test.
-    auto const one = [&](__m128i a, int x) {
-      return key.count_one(a, four(_mm_cvtsi32_si128(int(read_u32(row + 4 * x)))));
-    };
-    auto const block = [&](__m128i a, int x) {
-      a = key.count(a, four(load<Aligned>(row + 4 * x)));
-      return key.count(a, four(load<Aligned>(row + 4 * x + 16)));
-    };
-    acc = walk_row<4, 8>(acc, c.x0, c.x1, samples_before(row_addr, end, 4), one, block);
-  }
-  return spot_count{sum_lanes(acc), (c.y1 - c.y0) * (c.x1 - c.x0), false};
+  return count_four_byte_rows<Aligned>(frame, c, key, four);
 }
 
 // Inputs: clipped rectangle in pixels. Alignment as BGRA. Tail rule: one
@@ -183,25 +190,11 @@ spot_count hot_spots_kernels::count_spot_ycbcra(hot_spots const &op,
   if (c.empty) return spot_count{0, 0, true};
   key_test const key{op.ref_cb_cr, op.ref_tolerance_sq, hot_spots::g32_M1};
   __m128i const gather = hot_spots::g_shuffle_ycbcra;
-  std::uintptr_t const end = buffer_end(frame);
 
   // Cb, Cr of four pixels gathered to eight bytes, widened to four lanes.
   auto const four = [&](__m128i v) { return _mm_cvtepu8_epi16(_mm_shuffle_epi8(v, gather)); };
 
-  __m128i acc = _mm_setzero_si128();
-  for (int y = c.y0; y < c.y1; ++y) {
-    std::uintptr_t const row_addr = row_address(frame, y);
-    auto const *row = reinterpret_cast<std::uint8_t const *>(row_addr);
-    auto const one = [&](__m128i a, int x) {
-      return key.count_one(a, four(_mm_cvtsi32_si128(int(read_u32(row + 4 * x)))));
-    };
-    auto const block = [&](__m128i a, int x) {
-      a = key.count(a, four(load<Aligned>(row + 4 * x)));
-      return key.count(a, four(load<Aligned>(row + 4 * x + 16)));
-    };
-    acc = walk_row<4, 8>(acc, c.x0, c.x1, samples_before(row_addr, end, 4), one, block);
-  }
-  return spot_count{sum_lanes(acc), (c.y1 - c.y0) * (c.x1 - c.x0), false};
+  return count_four_byte_rows<Aligned>(frame, c, key, four);
 }
 
 // Inputs: clipped rectangle in pixels, walked in pairs (x / 2). Alignment:
