@@ -145,6 +145,18 @@ inline __m128i blend_bytes(__m128i c, __m128i wlo, __m128i whi, __m128i k) {
   return _mm_packus_epi16(lo, hi);
 }
 
+// The eight weights of a 32-byte cell row, each spread over the four bytes
+// of its pixel or element, in the high byte of 16-bit lanes: lo0/hi0 for
+// bytes 0-7 and 8-15 of the first 16 bytes, lo1/hi1 for the second 16.
+struct weight_quads {
+  __m128i lo0, hi0, lo1, hi1;
+  explicit weight_quads(__m128i w)
+      : lo0(_mm_shuffle_epi8(w, vec(g_weight_quad[0]))),
+        hi0(_mm_shuffle_epi8(w, vec(g_weight_quad[1]))),
+        lo1(_mm_shuffle_epi8(w, vec(g_weight_quad[2]))),
+        hi1(_mm_shuffle_epi8(w, vec(g_weight_quad[3]))) {}
+};
+
 // The cell loop of every layout. Rows gives `band(j)` per band of cells and
 // `row(i, r)`, the weights of cell row r of cell i in sample order (painted
 // first under preview). WideX, TallY: a sample stands for two pixels across
@@ -251,13 +263,10 @@ struct bgra_rows {
     __m128i const w = key.weight(key.distance_planar(cb, cr));
     if constexpr (Preview) {
       __m128i const opaque = vec(g_0_0_0_255);
-      __m128i const q0 = _mm_shuffle_epi8(w, vec(g_weight_quad[0]));
-      __m128i const q1 = _mm_shuffle_epi8(w, vec(g_weight_quad[1]));
-      __m128i const q2 = _mm_shuffle_epi8(w, vec(g_weight_quad[2]));
-      __m128i const q3 = _mm_shuffle_epi8(w, vec(g_weight_quad[3]));
+      weight_quads const q(w);
       // A scaled value is at most 254, so OR-ing 255 into alpha sets it.
-      store<Aligned>(p, _mm_or_si128(scale_bytes(p0, q0, q1), opaque));
-      store<Aligned>(p + 16, _mm_or_si128(scale_bytes(p1, q2, q3), opaque));
+      store<Aligned>(p, _mm_or_si128(scale_bytes(p0, q.lo0, q.hi0), opaque));
+      store<Aligned>(p + 16, _mm_or_si128(scale_bytes(p1, q.lo1, q.hi1), opaque));
     }
     return w;
   }
@@ -286,12 +295,9 @@ struct ycbcra_rows {
     if constexpr (Preview) {
       __m128i const opaque = vec(g_0_0_0_255);
       __m128i const black = vec(g_black_ycbcra);
-      __m128i const q0 = _mm_shuffle_epi8(w, vec(g_weight_quad[0]));
-      __m128i const q1 = _mm_shuffle_epi8(w, vec(g_weight_quad[1]));
-      __m128i const q2 = _mm_shuffle_epi8(w, vec(g_weight_quad[2]));
-      __m128i const q3 = _mm_shuffle_epi8(w, vec(g_weight_quad[3]));
-      store<Aligned>(p, blend_bytes(_mm_or_si128(p0, opaque), q0, q1, black));
-      store<Aligned>(p + 16, blend_bytes(_mm_or_si128(p1, opaque), q2, q3, black));
+      weight_quads const q(w);
+      store<Aligned>(p, blend_bytes(_mm_or_si128(p0, opaque), q.lo0, q.hi0, black));
+      store<Aligned>(p + 16, blend_bytes(_mm_or_si128(p1, opaque), q.lo1, q.hi1, black));
     }
     return w;
   }
@@ -319,12 +325,9 @@ struct ycbcr_422_rows {
         key.weight(key.distance_interleaved(_mm_and_si128(p0, low), _mm_and_si128(p1, low)));
     if constexpr (Preview) {
       __m128i const black = vec(g_black_ycbcr);
-      __m128i const q0 = _mm_shuffle_epi8(w, vec(g_weight_quad[0]));
-      __m128i const q1 = _mm_shuffle_epi8(w, vec(g_weight_quad[1]));
-      __m128i const q2 = _mm_shuffle_epi8(w, vec(g_weight_quad[2]));
-      __m128i const q3 = _mm_shuffle_epi8(w, vec(g_weight_quad[3]));
-      store<Aligned>(p, blend_bytes(p0, q0, q1, black));
-      store<Aligned>(p + 16, blend_bytes(p1, q2, q3, black));
+      weight_quads const q(w);
+      store<Aligned>(p, blend_bytes(p0, q.lo0, q.hi0, black));
+      store<Aligned>(p + 16, blend_bytes(p1, q.lo1, q.hi1, black));
     }
     return w;
   }
