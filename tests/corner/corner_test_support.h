@@ -29,20 +29,16 @@ struct detection_access {
   }
   // The record after the last: the suppression's end mark.
   static corner_record end_mark(detection const &d) { return *d.corners.last; }
-  // Replaces the corner list with `records`, with storage for exactly those
-  // (the suppression must then find room for its end mark itself).
-  static void set_corners(detection &d, std::vector<corner_record> const &records) {
+  // Replaces the corner list (or the features, strengths included) with
+  // `records`, with storage for exactly those: the suppression must then
+  // find room for its end mark itself.
+  static void set_corners(detection &d, std::vector<corner_record> const &r) { replace(d.corners, r); }
+  static void set_features(detection &d, std::vector<corner_record> const &r) { replace(d.features, r); }
+  static void replace(detection::record_array &a, std::vector<corner_record> const &records) {
     std::size_t const n = records.size();
-    auto *p = static_cast<corner_record *>(std::realloc(d.corners.first, n * sizeof(corner_record) + (n == 0)));
+    auto *p = static_cast<corner_record *>(std::realloc(a.first, n * sizeof(corner_record) + (n == 0)));
     if (n != 0) std::memcpy(static_cast<void *>(p), records.data(), n * sizeof(corner_record));
-    d.corners = {p, p + n, p + n};
-  }
-  // Replaces the features with `records`, strengths included.
-  static void set_features(detection &d, std::vector<corner_record> const &records) {
-    std::size_t const n = records.size();
-    auto *p = static_cast<corner_record *>(std::realloc(d.features.first, n * sizeof(corner_record) + (n == 0)));
-    if (n != 0) std::memcpy(static_cast<void *>(p), records.data(), n * sizeof(corner_record));
-    d.features = {p, p + n, p + n};
+    a = {p, p + n, p + n};
   }
   static int suppress(detection &d, int width) { return d.non_maxima_suppresion(width, 0); }
   static void extract(detection &d) { d.features_extract(detection::frame_type{}); }
@@ -106,13 +102,8 @@ inline int stride_for(layout l, int width) {
 }
 inline int offset_for(layout l) { return l == layout::padded ? 5 : 0; }
 inline std::string name_of(layout l) {
-  switch (l) {
-    case layout::tight: return "tight";
-    case layout::aligned: return "aligned";
-    case layout::padded: return "padded";
-    case layout::reversed: return "reversed";
-  }
-  return "";
+  char const *const names[] = {"tight", "aligned", "padded", "reversed"};
+  return names[int(l)];
 }
 
 }  // namespace corner_test

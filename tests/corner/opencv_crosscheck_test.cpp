@@ -29,22 +29,20 @@ using Korvane::Sight::corner::detection_access;
 
 char const *const photograph = "/usr/share/wallpapers/EveningGlow/contents/images/2560x1600.jpg";
 
-class opencv_crosscheck_test : public ::testing::TestWithParam<int> {
- protected:
-  static void SetUpTestSuite() {
-    cv::Mat const colour = cv::imread(photograph, cv::IMREAD_COLOR);
-    if (colour.empty()) return;
-    cv::cvtColor(colour, gray(), cv::COLOR_BGR2GRAY);
-    gray() &= cv::Scalar(0xFE);  // even luma: halving it is exact
-  }
-  static cv::Mat &gray() {
-    static cv::Mat m;
-    return m;
-  }
-};
+// The photograph's luma with every level made even: halving it is exact.
+cv::Mat const &even_luma() {
+  static cv::Mat const gray = [] {
+    cv::Mat g, colour = cv::imread(photograph, cv::IMREAD_COLOR);
+    if (!colour.empty()) cv::cvtColor(colour, g, cv::COLOR_BGR2GRAY), g &= cv::Scalar(0xFE);
+    return g;
+  }();
+  return gray;
+}
+
+class opencv_crosscheck_test : public ::testing::TestWithParam<int> {};
 
 TEST_P(opencv_crosscheck_test, corners_before_suppression_are_fast_9_16) {
-  cv::Mat const &g = gray();
+  cv::Mat const &g = even_luma();
   if (g.empty()) GTEST_SKIP() << "photograph not found: " << photograph;
   int const t = GetParam();
   // The luma into a 4:2:2 frame with neutral chroma, rows padded to 16 bytes.

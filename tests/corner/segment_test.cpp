@@ -92,6 +92,17 @@ TEST_P(segment_test, matches_the_model) {
   std::vector<corner_record> out(std::size_t(std::max(width, 1) * std::max(height, 1)));
   int calls = 0;  // the reservation only counts the rows; `out` has room for every pixel
   auto const count = [](void *context, corner_record *last) { return ++*static_cast<int *>(context), last; };
+  // The strength of every pixel the detector can report (the last block's
+  // columns past the width included); levels bring terms of 0 and 255.
+  auto const area = corner_model::scanned_area(width, height);
+  for (int y = area.y0; y < area.y1; ++y)
+    for (int x = area.x0; x < area.x1; ++x) {
+      auto const *row = data + y * std::ptrdiff_t(f.frame.stride);
+      int const got = Korvane::Sight::corner::ring_strength(row, f.frame.stride, x);
+      int const want = corner_model::strength(f.picture(), x, y);
+      if (got != want)
+        return void(ADD_FAILURE() << "strength x " << x << ", y " << y << ": model " << want << ", kernel " << got);
+    }
   for (int t : {0, 1, 20, 35, 70, 71, 127, 128, 199, 254, 255}) {
     auto const model = corner_model::corners(f.picture(), t);
     auto const th = std::int8_t(corner_model::threshold_low(t)), tr = std::int8_t(corner_model::threshold_high(t));
@@ -143,84 +154,70 @@ TEST_P(threshold_sweep_test, detector_matches_the_model) {
 INSTANTIATE_TEST_SUITE_P(all, threshold_sweep_test, ::testing::Range(0, 256),
                          [](auto const &info) { return cat("t", info.param); });
 
-// Runs of d darker then b brighter ring positions from every start, on a flat
-// ground: a corner exactly when nine or more contiguous positions share a kind.
-struct arc_case {
-  int darker, brighter;
+// One centre at (20, 12) on a flat ground of its own value, with runs of
+// `darker` ring positions set to `dark` then `brighter` set to `bright`,
+// from every start on the ring: a corner exactly when nine or more contiguous
+// positions share a kind, with the strength worked out by hand.
+struct worked_case {
+  char const *name;
+  int threshold, centre, dark, darker, bright, brighter;
   bool corner;
+  int strength;
 };
-class arc_test : public ::testing::TestWithParam<arc_case> {};
+class worked_numbers_test : public ::testing::TestWithParam<worked_case> {};
 
-TEST_P(arc_test, nine_contiguous_of_one_kind_make_a_corner) {
-  arc_case const c = GetParam();
+TEST_P(worked_numbers_test, single_centre) {
+  worked_case const c = GetParam();
   for (int start = 0; start < 16; ++start) {
-    frame_buffer f(40, 26, stride_for(layout::aligned, 40), 0);
-    for (auto &b : f.bytes) b = 120;  // halved 60; at threshold 70 a pixel must differ by more than 35
+    frame_buffer f(41, 25, stride_for(layout::aligned, 41), 0);
+    for (auto &b : f.bytes) b = std::uint8_t(c.centre);
     for (int i = 0; i < c.darker + c.brighter; ++i) {
       int const k = (start + i) % 16;
-      f.set_luma(19 + corner_model::ring_dx[k], 12 + corner_model::ring_dy[k], i < c.darker ? 40 : 200);
+      f.set_luma(20 + corner_model::ring_dx[k], 12 + corner_model::ring_dy[k], i < c.darker ? c.dark : c.bright);
     }
     detection d;
+    d.threshold() = c.threshold;
     d = f.frame;
     auto const found = detection_access::corners(d);
-    bool const centre = std::any_of(found.begin(), found.end(), [](auto const &r) { return r.x == 19 && r.y == 12; });
-    EXPECT_EQ(centre, c.corner) << c.darker << " darker then " << c.brighter << " brighter from " << start;
-    EXPECT_EQ(corner_model::is_corner(f.picture(), 19, 12, 70), c.corner);
-    expect_detector_matches(f, 70, cat("start ", start));
+    auto const at = std::find_if(found.begin(), found.end(), [](auto const &r) { return r.x == 20 && r.y == 12; });
+    ASSERT_EQ(at != found.end(), c.corner) << "from " << start;
+    if (c.corner) {
+      EXPECT_EQ(at->strength, c.strength) << "from " << start;
+    }
+    EXPECT_EQ(corner_model::is_corner(f.picture(), 20, 12, c.threshold), c.corner);
+    expect_detector_matches(f, c.threshold, cat("from ", start));
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(arcs, arc_test,
-                         ::testing::Values(arc_case{8, 0, false}, arc_case{9, 0, true}, arc_case{0, 8, false},
-                                           arc_case{0, 9, true}, arc_case{16, 0, true}, arc_case{5, 4, false},
-                                           arc_case{8, 8, false}, arc_case{9, 7, true}, arc_case{7, 9, true}),
-                         [](auto const &info) { return cat("d", info.param.darker, "_b", info.param.brighter); });
-
-}  // namespace
-
-namespace {
-
-// The strength of every pixel the detector can report (the whole scanned
-// area, the last block's columns past the width included) against the model,
-// on luma drawn from the extremes and at random, so that single terms of 255
-// and the maximum of 4080 occur. The frame buffer ends at its last picture
-// byte, so a load past the frame would show under AddressSanitizer.
-using strength_param = std::tuple<int, layout>;
-class strength_test : public ::testing::TestWithParam<strength_param> {};
-
-TEST_P(strength_test, matches_the_model) {
-  auto const [width, lay] = GetParam();
-  int const height = 18;
-  frame_buffer f(width, height, stride_for(lay, width), offset_for(lay));
-  std::mt19937 rng(unsigned(width * 13 + int(lay)));
-  std::uniform_int_distribution<int> byte(0, 255), pick(0, 3);
-  for (auto &b : f.bytes) b = std::uint8_t(pick(rng) == 0 ? byte(rng) : pick(rng) < 2 ? 0 : 255);
-  // One centre of 0 ringed by 255: the largest strength there is.
-  f.set_luma(8, 8, 0);
-  for (int k = 0; k < 16; ++k) f.set_luma(8 + corner_model::ring_dx[k], 8 + corner_model::ring_dy[k], 255);
-
-  auto const area = corner_model::scanned_area(width, height);
-  ASSERT_GT(area.x1, area.x0);
-  auto const *data = reinterpret_cast<std::uint8_t const *>(f.frame.data);
-  EXPECT_EQ(Korvane::Sight::corner::ring_strength(data + 8 * std::ptrdiff_t(f.frame.stride), f.frame.stride, 8), 4080);
-  for (int y = area.y0; y < area.y1; ++y)
-    for (int x = area.x0; x < area.x1; ++x) {
-      int const kernel = Korvane::Sight::corner::ring_strength(data + y * std::ptrdiff_t(f.frame.stride),
-                                                               f.frame.stride, x);
-      int const model = corner_model::strength(f.picture(), x, y);
-      if (kernel != model) {
-        ADD_FAILURE() << "x " << x << ", y " << y << ": model " << model << ", kernel " << kernel;
-        return;
-      }
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(widths, strength_test,
-                         ::testing::Combine(::testing::Values(17, 23, 24, 31, 40, 47, 64, 70),
-                                            ::testing::Values(layout::tight, layout::aligned, layout::padded,
-                                                              layout::reversed)),
-                         [](auto const &info) {
-                           return cat("w", std::get<0>(info.param), "_", name_of(std::get<1>(info.param)));
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    worked, worked_numbers_test,
+    ::testing::Values(
+        // T = 70: th = tr = 35 in halved luma; the difference must exceed 35.
+        worked_case{"t70_darker_by_35_is_not_enough", 70, 100, 30, 16, 0, 0, false, 0},
+        worked_case{"t70_darker_by_36", 70, 100, 28, 16, 0, 0, true, 16 * 72},
+        worked_case{"t70_brighter_by_35_is_not_enough", 70, 100, 0, 0, 170, 16, false, 0},
+        worked_case{"t70_brighter_by_36", 70, 100, 0, 0, 172, 16, true, 16 * 72},
+        // T = 71: th = 35 below, tr = 36 above.
+        worked_case{"t71_darker_by_36", 71, 100, 28, 16, 0, 0, true, 16 * 72},
+        worked_case{"t71_brighter_by_36_is_not_enough", 71, 100, 0, 0, 172, 16, false, 0},
+        worked_case{"t71_brighter_by_37", 71, 100, 0, 0, 174, 16, true, 16 * 74},
+        // Full luma for the strength: odd levels that halve alike still count.
+        worked_case{"isolated_white_pixel_has_the_largest_strength", 70, 255, 0, 16, 0, 0, true, 4080},
+        // A saturated centre: high stays 127, nothing is brighter.
+        worked_case{"bright_centre_has_nothing_brighter", 70, 20, 0, 0, 255, 16, true, 16 * 235},
+        worked_case{"t0_any_difference_of_halved_luma", 0, 101, 99, 16, 0, 0, true, 32},
+        worked_case{"t0_equal_halves_are_not_darker", 0, 101, 100, 16, 0, 0, false, 0},
+        // T = 255: tr wraps to -128, so every ring pixel counts as brighter.
+        worked_case{"t255_flat_ground_is_a_corner", 255, 90, 0, 0, 90, 16, true, 0},
+        // Arcs on a ground of 120 at T = 70, every ring pixel 80 away.
+        worked_case{"eight_darker", 70, 120, 40, 8, 200, 0, false, 0},
+        worked_case{"nine_darker", 70, 120, 40, 9, 200, 0, true, 9 * 80},
+        worked_case{"eight_brighter", 70, 120, 40, 0, 200, 8, false, 0},
+        worked_case{"nine_brighter", 70, 120, 40, 0, 200, 9, true, 9 * 80},
+        worked_case{"five_darker_four_brighter", 70, 120, 40, 5, 200, 4, false, 0},
+        worked_case{"eight_darker_eight_brighter", 70, 120, 40, 8, 200, 8, false, 0},
+        worked_case{"nine_darker_seven_brighter", 70, 120, 40, 9, 200, 7, true, 16 * 80},
+        worked_case{"seven_darker_nine_brighter", 70, 120, 40, 7, 200, 9, true, 16 * 80}),
+    [](auto const &info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <random>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -117,32 +116,24 @@ TEST_P(suppression_random_test, matches_the_model) {
     for (int x = 8; x <= last_column; ++x)
       if (chance(rng) < density) records.push_back({std::uint16_t(x), std::uint16_t(y), std::uint16_t(strength(rng))});
   }
+  // The whole list, then its first third on the same detector: storage is
+  // reused, and a feature's strength is storage zeroed when it grew.
   detection d;
-  int count = 0;
-  auto const survivors = survivors_of(d, records, width, &count);
-  auto model = to_model(records);
-  EXPECT_EQ(count, corner_model::non_maxima_suppresion(model));
-  EXPECT_EQ(survivors, corner_model::features_extract(model));
-  auto const after = detection_access::corners(d);
-  ASSERT_EQ(after.size(), model.size());
-  for (std::size_t i = 0; i < after.size(); ++i)
-    ASSERT_EQ(after[i].strength, model[i].strength) << "at x " << after[i].x << ", y " << after[i].y;
+  for (std::size_t n : {records.size(), records.size() / 3}) {
+    std::vector<corner_record> const list(records.begin(), records.begin() + std::ptrdiff_t(n));
+    int count = 0;
+    auto const survivors = survivors_of(d, list, width, &count);
+    auto model = to_model(list);
+    EXPECT_EQ(count, corner_model::non_maxima_suppresion(model));
+    EXPECT_EQ(survivors, corner_model::features_extract(model));
+    for (corner_record const &f : detection_access::features(d)) ASSERT_EQ(f.strength, 0);
+    auto const after = detection_access::corners(d);
+    ASSERT_EQ(after.size(), model.size());
+    for (std::size_t i = 0; i < after.size(); ++i)
+      ASSERT_EQ(after[i].strength, model[i].strength) << "at x " << after[i].x << ", y " << after[i].y;
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(seeds, suppression_random_test, ::testing::Range(0, 60));
-
-// Survivors are positions only; the strength of a feature is storage that
-// was zeroed when it grew, and storage is reused from frame to frame.
-TEST(features_test, storage_grows_zeroed_and_is_reused) {
-  detection d;
-  int count = 0;
-  std::vector<corner_record> many;
-  for (int x = 8; x < 40; x += 2) many.push_back({std::uint16_t(x), 9, 100});
-  EXPECT_EQ(survivors_of(d, many, 64, &count).size(), many.size());
-  for (corner_record const &f : detection_access::features(d)) EXPECT_EQ(f.strength, 0);
-  std::vector<corner_record> few(many.begin(), many.begin() + 3);
-  EXPECT_EQ(survivors_of(d, few, 64, &count).size(), 3u);
-  for (corner_record const &f : detection_access::features(d)) EXPECT_EQ(f.strength, 0);
-}
 
 }  // namespace
