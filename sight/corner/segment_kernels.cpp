@@ -4,6 +4,7 @@
 #include <smmintrin.h>  // _mm_testz_si128, signed byte min/max, byte blends
 #include <tmmintrin.h>  // _mm_shuffle_epi8
 
+#include <algorithm>
 #include <cassert>
 #include <cstdint>
 
@@ -34,11 +35,6 @@ void halve_luma_422(std::uint8_t const *row, int pieces, std::uint8_t *out) {
     store<false>(out, halve_16<Aligned>(row));
 }
 
-// Ring positions in cyclic order: the window row (0 to 6 for y - 3 to y + 3)
-// and the column offset from the centre.
-constexpr int ring_row[16] = {0, 0, 1, 2, 3, 4, 5, 6, 6, 6, 5, 4, 3, 2, 1, 0};
-constexpr int ring_dx[16] = {0, 1, 2, 3, 3, 3, 2, 1, 0, -1, -2, -3, -3, -3, -2, -1};
-
 // The bounds of a block's 16 centres: a ring pixel is darker below `low` and
 // brighter above `high`. Saturation keeps high at 127 for a bright centre,
 // so that nothing is brighter than it.
@@ -50,34 +46,43 @@ inline bounds bounds_at(std::uint8_t const *centre, __m128i vth, __m128i vtr) {
   return {_mm_subs_epi8(yc, vth), _mm_adds_epi8(yc, vtr)};
 }
 
-// Ring position k of a block as one 32-bit mask, a bit per pixel: darker in
-// the low 16 bits, brighter in the high 16. The two kinds live in separate
-// halves, so the bitwise cascade below never mixes them.
-template <int K>
-inline std::uint32_t ring_mask(std::uint8_t const *const h[7], std::ptrdiff_t c, bounds b) {
-  __m128i const v = load<(ring_dx[K] == 0)>(h[ring_row[K]] + c + ring_dx[K]);
-  auto const darker = std::uint32_t(_mm_movemask_epi8(_mm_cmpgt_epi8(b.low, v)));
-  auto const brighter = std::uint32_t(_mm_movemask_epi8(_mm_cmpgt_epi8(v, b.high)));
-  return darker | brighter << 16;
-}
-
 // Window offset of block j of a row: the block's first pixel x = 8 + 16 j
 // sits at 8 + x.
-inline std::ptrdiff_t block_offset(int j) { return 16 + 16 * std::ptrdiff_t(j); }
+inline std::ptrdiff_t block_offset(std::ptrdiff_t j) { return 16 + 16 * j; }
 
-// Masks of one block kept between the steps of the cascade.
-struct block_state {
-  std::uint32_t a[16];  // a[k]: ring position k, as ring_mask gives it
-  std::uint32_t m;      // the running mask
+// Ring position k of the block at window offset c, from the window rows h
+// (0 to 6 for y - 3 to y + 3). Column offset 0 falls on a block boundary.
+template <int K>
+inline __m128i ring_at(std::uint8_t const *const h[7], std::ptrdiff_t c) {
+  constexpr int row[16] = {0, 0, 1, 2, 3, 4, 5, 6, 6, 6, 5, 4, 3, 2, 1, 0};
+  constexpr int dx[16] = {0, 1, 2, 3, 3, 3, 2, 1, 0, -1, -2, -3, -3, -3, -2, -1};
+  return load<(dx[K] == 0)>(h[row[K]] + c + dx[K]);
+}
+
+// A ring position of a block as a byte a pixel: bit 0 set when the ring
+// pixel is darker, bit 1 when it is brighter. The cascade's ANDs and ORs
+// then work on both kinds at once and never mix them, and a pixel is left
+// while its byte is non-zero.
+inline __m128i ring_code(__m128i v, bounds b) {
+  __m128i const darker = _mm_cmpgt_epi8(b.low, v);  // 0 or -1
+  __m128i const brighter = _mm_cmpgt_epi8(v, b.high);
+  return _mm_sub_epi8(_mm_and_si128(brighter, _mm_set1_epi8(2)), darker);
+}
+
+// One block kept between the steps of the cascade.
+struct alignas(16) block_state {
+  bounds b;
+  __m128i m;      // the running mask
+  __m128i a[16];  // a[k]: ring position k, as ring_code gives it
 };
 
 // One step of the cascade for the `count` blocks listed in `blocks`: loads
 // the pairs (K, K + 8) of `Ks`, narrows the running mask by `narrow` (the
-// first step starts it) and keeps in the list, in order, the blocks whose
-// mask is still non-zero; returns their number. A block whose mask has
-// become zero is in no later step, so it loads no further pair. Running the
-// steps over lists of blocks instead of block by block leaves one
-// data-dependent branch per step and row: the end of the list.
+// first step starts it, and takes the block's bounds) and keeps in the list,
+// in order, the blocks with a pixel left; returns their number. A block with
+// none is in no later step, so it loads no further pair. Running the steps
+// over lists of blocks instead of block by block leaves one data-dependent
+// branch per step and row: the end of the list.
 template <bool Start, int... Ks, class Narrow>
 inline int cascade_step(std::uint8_t const *const h[7], std::uint16_t *blocks, int count, block_state *state,
                         __m128i vth, __m128i vtr, Narrow narrow) {
@@ -87,15 +92,25 @@ inline int cascade_step(std::uint8_t const *const h[7], std::uint16_t *blocks, i
   for (std::ptrdiff_t i = 0; i < count; ++i) {
     int const j = blocks[i];
     std::ptrdiff_t const c = block_offset(j);
-    bounds const b = bounds_at(h[3] + c, vth, vtr);
     block_state &s = state[j];
-    ((s.a[Ks] = ring_mask<Ks>(h, c, b), s.a[Ks + 8] = ring_mask<Ks + 8>(h, c, b)), ...);
-    s.m = Start ? narrow(s.a) : s.m & narrow(s.a);
+    if constexpr (Start) s.b = bounds_at(h[3] + c, vth, vtr);
+    bounds const b = s.b;
+    ((s.a[Ks] = ring_code(ring_at<Ks>(h, c), b), s.a[Ks + 8] = ring_code(ring_at<Ks + 8>(h, c), b)), ...);
+    __m128i const m = Start ? narrow(s.a) : _mm_and_si128(s.m, narrow(s.a));
+    s.m = m;
     blocks[kept] = std::uint16_t(j);
-    kept += s.m != 0;
+    kept += !_mm_testz_si128(m, m);
   }
   return int(kept);
 }
+
+// The cascade's & and | on ring codes.
+template <class... V>
+inline __m128i all(__m128i a, V... v) {
+  ((a = _mm_and_si128(a, v)), ...);
+  return a;
+}
+inline __m128i any(__m128i a, __m128i b) { return _mm_or_si128(a, b); }
 
 // Strength of the corner whose luma byte is at `centre`: the sum of
 // |Y(p) - Y(c)| over the ring on full 8-bit luma, at most 4080.
@@ -155,7 +170,7 @@ corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::
   std::ptrdiff_t passed = 0;
 #pragma GCC unroll 2
   for (std::ptrdiff_t j = 0; j < blocks; ++j) {
-    std::ptrdiff_t const c = block_offset(int(j));
+    std::ptrdiff_t const c = block_offset(j);
     __m128i const a8 = halve_16<Aligned>(below + 2 * (c - 8));
     store<true>(fresh + c, a8);
     bounds const b = bounds_at(h[3] + c, vth, vtr);
@@ -177,34 +192,34 @@ corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::
   int count = int(passed);
   // Nearly every block that passes the first test also passes (1, 9), so
   // the pairs (0, 8), (1, 9) and (2, 10) are loaded in one step and the mask
-  // narrowed by both (1, 9) and (2, 10): one pass over the list fewer.
-  count = cascade_step<true, 0, 1, 2>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
-    return (a[0] | a[8]) & ((a[0] & a[1]) | (a[8] & a[9])) & ((a[1] & a[2]) | (a[9] & a[10]));
+  // narrowed by both (1, 9) and (2, 10): one pass over the list fewer. The
+  // same holds for (4, 12) after (3, 11) and (6, 14) after (5, 13).
+  count = cascade_step<true, 0, 1, 2>(h, list, count, state, vth, vtr, [](__m128i const *a) {
+    return all(any(a[0], a[8]),                              // (0, 8)
+               any(all(a[0], a[1]), all(a[8], a[9])),        // (1, 9)
+               any(all(a[1], a[2]), all(a[9], a[10])));      // (2, 10)
   });
-  count = cascade_step<false, 3>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
-    return (a[2] & a[3]) | (a[10] & a[11]);
+  count = cascade_step<false, 3, 4>(h, list, count, state, vth, vtr, [](__m128i const *a) {
+    return all(any(all(a[2], a[3]), all(a[10], a[11])),                                   // (3, 11)
+               any(all(any(a[0], a[10]), a[11], a[12]), all(any(a[2], a[8]), a[3], a[4])));  // (4, 12)
   });
-  count = cascade_step<false, 4>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
-    return ((a[0] | a[10]) & a[11] & a[12]) | ((a[2] | a[8]) & a[3] & a[4]);
+  count = cascade_step<false, 5, 6>(h, list, count, state, vth, vtr, [](__m128i const *a) {
+    return all(any(all(any(all(a[0], a[1]), all(a[10], a[11])), a[12], a[13]),  // (5, 13)
+                   all(any(all(a[2], a[3]), all(a[8], a[9])), a[4], a[5])),
+               any(all(any(all(a[0], a[1], a[2]), all(a[10], a[11], a[12])), a[13], a[14]),  // (6, 14)
+                   all(any(all(a[2], a[3], a[4]), all(a[8], a[9], a[10])), a[5], a[6])));
   });
-  count = cascade_step<false, 5>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
-    return (((a[0] & a[1]) | (a[10] & a[11])) & a[12] & a[13]) | (((a[2] & a[3]) | (a[8] & a[9])) & a[4] & a[5]);
+  count = cascade_step<false, 7>(h, list, count, state, vth, vtr, [](__m128i const *a) {
+    return any(all(a[15], any(a[7], all(any(all(a[11], a[12], a[13]), all(a[1], a[2], a[3])), a[14], a[0]))),  // (7, 15)
+               all(any(all(a[3], a[4], a[5]), all(a[9], a[10], a[11])), a[6], a[7], a[8]));
   });
-  count = cascade_step<false, 6>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
-    return (((a[0] & a[1] & a[2]) | (a[10] & a[11] & a[12])) & a[13] & a[14]) |
-           (((a[2] & a[3] & a[4]) | (a[8] & a[9] & a[10])) & a[5] & a[6]);
-  });
-  count = cascade_step<false, 7>(h, list, count, state, vth, vtr, [](std::uint32_t const *a) {
-    return (a[15] & (a[7] | (((a[11] & a[12] & a[13]) | (a[1] & a[2] & a[3])) & a[14] & a[0]))) |
-           (((a[3] & a[4] & a[5]) | (a[9] & a[10] & a[11])) & a[6] & a[7] & a[8]);
-  });
-  // Either kind makes a corner; the list in block order and bits lowest
-  // first keep x ascending.
+  // Either kind makes a corner (a non-zero byte); the list in block order
+  // and bits lowest first keep x ascending.
   for (int i = 0; i < count; ++i) {
     int const j = list[i];
-    std::uint32_t const m = state[j].m;
+    auto const zero = std::uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(state[j].m, _mm_setzero_si128())));
     int const x = int(block_offset(j)) - 8;
-    for (std::uint32_t bits = (m | m >> 16) & 0xFFFF; bits != 0; bits &= bits - 1) {
+    for (std::uint32_t bits = zero ^ 0xFFFF; bits != 0; bits &= bits - 1) {
       int const px = x + __builtin_ctz(bits);
       std::uint8_t const *const centre = row + 2 * std::ptrdiff_t(px) + 1;
       *out++ = corner_record{std::uint16_t(px), std::uint16_t(y), std::uint16_t(strength_at(centre, stride))};
@@ -230,6 +245,8 @@ corner_record *detect_422(std::uint8_t const *data, std::ptrdiff_t stride, int w
   auto *window = static_cast<std::uint8_t *>(__builtin_alloca(std::size_t(7 * row_bytes + 15)));
   window = reinterpret_cast<std::uint8_t *>((reinterpret_cast<std::uintptr_t>(window) + 15) & ~std::uintptr_t(15));
   auto slot = [&](int r) { return window + (r % 7) * row_bytes; };
+  // Window rows y - 3 to y + 3; the slot of row y - 3 takes row y + 4 next.
+  std::uint8_t *h[7] = {slot(5), slot(6), slot(7), slot(8), slot(9), slot(10), slot(11)};
   auto row_at = [&](int r) { return data + r * stride; };
   // The blocks of a row still in the cascade, and their masks.
   std::size_t const blocks = width > 16 ? std::size_t(width - 16 + 15) / 16 : 0;
@@ -242,10 +259,9 @@ corner_record *detect_422(std::uint8_t const *data, std::ptrdiff_t stride, int w
   for (int y = 8; y < height - 8; ++y) {
     out = reserve(context, out);
     if (pieces == 0) continue;
-    std::uint8_t *const h[7] = {slot(y - 3), slot(y - 2), slot(y - 1), slot(y),
-                                slot(y + 1), slot(y + 2), slot(y + 3)};
     // Row y + 3 is halved while the row is tested.
     out = test_row<Aligned>(h, row_at(y), row_at(y + 3), stride, width, y, vth, vtr, list, state, out);
+    std::rotate(h, h + 1, h + 7);
   }
   return out;
 }

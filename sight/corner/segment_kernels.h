@@ -37,9 +37,12 @@ using reserve_fn = corner_record *(*)(void *context, corner_record *last);
 // the blocks that pass, the pairs of the cascade are loaded step by step
 // over a list of the row's blocks, only for blocks whose running mask is
 // still non-zero, so a block leaves the cascade the moment its mask is zero,
-// with no further load. The list and the blocks' masks take 70 bytes a block
-// on the stack, besides the window. The centre row and the top and bottom
-// ring rows are read from the window with aligned loads.
+// with no further load. Each ring position is kept as a byte a pixel (bit 0
+// darker, bit 1 brighter), so that the cascade's ANDs and ORs run on both
+// kinds at once. The list and the blocks' states (bounds, running mask, the
+// positions loaded) take 306 bytes a block on the stack, besides the window.
+// The centre row and the top and bottom ring rows are read from the window
+// with aligned loads.
 // Strength: for each corner one 16-byte load from each of the frame rows
 // y - 3 to y + 3, from the byte of column x - 3 on (row y one byte later),
 // so up to byte 2x + 10 of the row: 23 bytes past the row's picture bytes at
