@@ -111,20 +111,20 @@ int const detection::non_maxima_suppresion(int width, int /*height*/) {
   std::fill(current, current + columns, n);
   std::fill(next, next + columns, n);
 
-  auto row_end = [&](std::uint32_t i) {
+  // Enters the row that starts at record i into `table`; returns where the
+  // next row starts (n after the last).
+  auto take_row = [&](std::uint32_t i, std::uint32_t *table) {
     std::uint16_t const y = r[i].y;
-    while (i < n && r[i].y == y) ++i;
+    for (; i < n && r[i].y == y; ++i) table[r[i].x] = i;
     return i;
   };
 
   std::uint32_t p0 = 0;
-  std::uint32_t p1 = row_end(0);
-  for (std::uint32_t i = p0; i < p1; ++i) current[r[i].x] = i;
+  std::uint32_t p1 = take_row(0, current);
   int survivors = 0;
   while (p0 < n) {
     std::uint32_t const q0 = p1;
-    std::uint32_t const q1 = q0 < n ? row_end(q0) : n;
-    for (std::uint32_t i = q0; i < q1; ++i) next[r[i].x] = i;
+    std::uint32_t const q1 = q0 < n ? take_row(q0, next) : n;
     std::uint16_t const py = r[p0].y;
     // Below-neighbours only when the next row with corners is the very next row.
     bool const adjacent = q0 < n && r[q0].y == py + 1;
@@ -132,29 +132,26 @@ int const detection::non_maxima_suppresion(int width, int /*height*/) {
       corner_record &c = r[i];
       if (c.strength == 0) continue;
       // Later neighbours, in this order: right, then below-left, below,
-      // below-right (x is at least the margin, so x - 1 is a column).
+      // below-right (x is at least the margin, so x - 1 is a column). Each
+      // either beats the corner, which is then done with, or is beaten.
       std::uint32_t const x = c.x;
-      std::uint32_t candidates[4] = {current[x + 1], n, n, n};
-      int count = 1;
-      if (adjacent) {
-        candidates[1] = next[x - 1];
-        candidates[2] = next[x];
-        candidates[3] = next[x + 1];
-        count = 4;
-      }
-      bool beaten = false;
-      for (int k = 0; k < count; ++k) {
-        corner_record &other = r[candidates[k]];
-        if (other.y != (k == 0 ? py : py + 1)) continue;
+      auto beaten_by = [&](std::uint32_t index, std::uint16_t row) {
+        corner_record &other = r[index];
+        if (other.y != row) return false;
         // On a tie the later corner in scan order wins.
         if (c.strength <= other.strength) {
           c.strength = 0;
-          beaten = true;
-          break;
+          return true;
         }
         other.strength = 0;
+        return false;
+      };
+      if (beaten_by(current[x + 1], py)) continue;
+      if (adjacent) {
+        std::uint16_t const below = std::uint16_t(py + 1);
+        if (beaten_by(next[x - 1], below) || beaten_by(next[x], below) || beaten_by(next[x + 1], below)) continue;
       }
-      if (!beaten) ++survivors;
+      ++survivors;
     }
     std::swap(current, next);
     p0 = q0;
