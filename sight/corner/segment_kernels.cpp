@@ -165,10 +165,10 @@ corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::
   // the blocks with the same values.
   store<false>(fresh + 8, halve_16<Aligned>(below));
   store<false>(fresh + 16 + x_last, halve_16<Aligned>(below + 2 * std::ptrdiff_t(x_last + 8)));
-  // Pointer-wide counters leave no sign extension in the loop, and two
-  // blocks an iteration halve its bookkeeping.
+  // Pointer-wide counters leave no sign extension in the loop, and four
+  // blocks an iteration cut its bookkeeping.
   std::ptrdiff_t passed = 0;
-#pragma GCC unroll 2
+#pragma GCC unroll 4
   for (std::ptrdiff_t j = 0; j < blocks; ++j) {
     std::ptrdiff_t const c = block_offset(j);
     __m128i const a8 = halve_16<Aligned>(below + 2 * (c - 8));
