@@ -76,6 +76,14 @@ struct alignas(16) block_state {
   __m128i a[16];  // a[k]: ring position k, as ring_code gives it
 };
 
+// The state of the block at window offset c: c - 16 is 16 j for block j,
+// so one multiplication finds it.
+inline block_state &state_at(block_state *state, std::ptrdiff_t c) {
+  constexpr std::ptrdiff_t scale = sizeof(block_state) / 16;
+  static_assert(sizeof(block_state) == 16 * scale);
+  return *reinterpret_cast<block_state *>(reinterpret_cast<char *>(state) + (c - 16) * scale);
+}
+
 // One step of the cascade for the `count` blocks listed in `blocks`: loads
 // the pairs (K, K + 8) of `Ks`, narrows the running mask by `narrow` (the
 // first step starts it, and takes the block's bounds) and keeps in the list,
@@ -84,21 +92,20 @@ struct alignas(16) block_state {
 // over lists of blocks instead of block by block leaves one data-dependent
 // branch per step and row: the end of the list.
 template <bool Start, int... Ks, class Narrow>
-inline int cascade_step(std::uint8_t const *const h[7], std::uint16_t *blocks, int count, block_state *state,
+inline int cascade_step(std::uint8_t const *const h[7], std::uint32_t *blocks, int count, block_state *state,
                         __m128i vth, __m128i vtr, Narrow narrow) {
   std::ptrdiff_t kept = 0;
   // Two blocks an iteration: less loop bookkeeping per block.
 #pragma GCC unroll 2
   for (std::ptrdiff_t i = 0; i < count; ++i) {
-    int const j = blocks[i];
-    std::ptrdiff_t const c = block_offset(j);
-    block_state &s = state[j];
+    std::ptrdiff_t const c = blocks[i];
+    block_state &s = state_at(state, c);
     if constexpr (Start) s.b = bounds_at(h[3] + c, vth, vtr);
     bounds const b = s.b;
     ((s.a[Ks] = ring_code(ring_at<Ks>(h, c), b), s.a[Ks + 8] = ring_code(ring_at<Ks + 8>(h, c), b)), ...);
     __m128i const m = Start ? narrow(s.a) : _mm_and_si128(s.m, narrow(s.a));
     s.m = m;
-    blocks[kept] = std::uint16_t(j);
+    blocks[kept] = std::uint32_t(c);
     kept += !_mm_testz_si128(m, m);
   }
   return int(kept);
@@ -149,12 +156,12 @@ inline int strength_at(std::uint8_t const *centre, std::ptrdiff_t stride) {
 // as the first test of every block, on positions 0, 4, 8 and 12 without
 // branches (a pixel has a darker pixel in a pair when low > min, a brighter
 // one when max > high; a corner needs one of each pair), which lists the
-// blocks that pass. Then each later pair is loaded
+// blocks that pass by their window offsets. Then each later pair is loaded
 // for the listed blocks, one step at a time. `list` and `state` have room
 // for one entry per block of the row.
 template <bool Aligned>
 corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::uint8_t const *below,
-                        std::ptrdiff_t stride, int width, int y, __m128i vth, __m128i vtr, std::uint16_t *list,
+                        std::ptrdiff_t stride, int width, int y, __m128i vth, __m128i vtr, std::uint32_t *list,
                         block_state *state, corner_record *out) {
   // Blocks x = 8, 24, ... while x < width - 8; the last is x_last.
   int const blocks = (width - 16 + 15) / 16;
@@ -186,7 +193,7 @@ corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::
     __m128i const brighter = _mm_cmpgt_epi8(_mm_min_epi8(max08, max412), b.high);
     // A movemask and a compare with borrow count the block in.
     auto const pixels = std::uint32_t(_mm_movemask_epi8(_mm_or_si128(darker, brighter)));
-    list[passed] = std::uint16_t(j);
+    list[passed] = std::uint32_t(c);
     passed += pixels != 0;
   }
   if (passed == 0) return out;
@@ -217,9 +224,9 @@ corner_record *test_row(std::uint8_t *const h[7], std::uint8_t const *row, std::
   // Either kind makes a corner (a non-zero byte); the list in block order
   // and bits lowest first keep x ascending.
   for (int i = 0; i < count; ++i) {
-    int const j = list[i];
-    auto const zero = std::uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(state[j].m, _mm_setzero_si128())));
-    int const x = int(block_offset(j)) - 8;
+    std::ptrdiff_t const c = list[i];
+    auto const zero = std::uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(state_at(state, c).m, _mm_setzero_si128())));
+    int const x = int(c) - 8;
     for (std::uint32_t bits = zero ^ 0xFFFF; bits != 0; bits &= bits - 1) {
       int const px = x + __builtin_ctz(bits);
       std::uint8_t const *const centre = row + 2 * std::ptrdiff_t(px) + 1;
@@ -251,7 +258,7 @@ corner_record *detect_422(std::uint8_t const *data, std::ptrdiff_t stride, int w
   auto row_at = [&](int r) { return data + r * stride; };
   // The blocks of a row still in the cascade, and their masks.
   std::size_t const blocks = width > 16 ? std::size_t(width - 16 + 15) / 16 : 0;
-  auto *const list = static_cast<std::uint16_t *>(__builtin_alloca(blocks * sizeof(std::uint16_t) + 1));
+  auto *const list = static_cast<std::uint32_t *>(__builtin_alloca(blocks * sizeof(std::uint32_t) + 1));
   auto *const state = static_cast<block_state *>(__builtin_alloca(blocks * sizeof(block_state) + 1));
 
   for (int r = 5; r < 11 && pieces > 0; ++r) halve_luma_422<Aligned>(row_at(r), pieces, slot(r) + 8);

@@ -40,7 +40,7 @@ using reserve_fn = corner_record *(*)(void *context, corner_record *last);
 // with no further load. Each ring position is kept as a byte a pixel (bit 0
 // darker, bit 1 brighter), so that the cascade's ANDs and ORs run on both
 // kinds at once. The list and the blocks' states (bounds, running mask, the
-// positions loaded) take 306 bytes a block on the stack, besides the window.
+// positions loaded) take 308 bytes a block on the stack, besides the window.
 // The centre row and the top and bottom ring rows are read from the window
 // with aligned loads.
 // Strength: for each corner one 16-byte load from each of the frame rows
