@@ -30,7 +30,9 @@ using reserve_fn = corner_record *(*)(void *context, corner_record *last);
 // to x_last + 23 (row y + 3 while row y is tested, piece by piece with the
 // first test of each block). The last piece reads at most 30 bytes past a
 // row's picture bytes; for every row that is read, those lie in the frame's
-// next row in memory, so nothing outside the frame is touched.
+// next row in memory, so nothing outside the frame is touched. While row
+// y + 3 is halved, the same bytes of row y + 4 (at most row height - 5) are
+// prefetched.
 // Every block first gets a branch-free test of positions 0, 4, 8 and 12
 // (nine contiguous positions take in two neighbours among them, so a corner
 // of one kind has that kind at one of 0 and 8 and at one of 4 and 12). For
