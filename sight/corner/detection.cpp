@@ -170,11 +170,15 @@ void detection::features_extract(frame_type const &) {
     // marks of viz a defined (black) grey.
     std::memset(static_cast<void *>(features.first), 0, wanted * sizeof(corner_record));
   }
+  // Every record is written, a suppressed one into a spare record instead
+  // of the array, so that no branch depends on the strengths.
+  corner_record spare;
   for (corner_record const *c = corners.first; c != corners.last; ++c) {
-    if (c->strength == 0) continue;
-    features.last->x = c->x;
-    features.last->y = c->y;
-    ++features.last;
+    bool const kept = c->strength != 0;
+    corner_record *const to = kept ? features.last : &spare;
+    to->x = c->x;
+    to->y = c->y;
+    features.last += kept;
   }
 }
 
