@@ -170,16 +170,18 @@ void detection::features_extract(frame_type const &) {
     // marks of viz a defined (black) grey.
     std::memset(static_cast<void *>(features.first), 0, wanted * sizeof(corner_record));
   }
-  // Every record is written, a suppressed one into a spare record instead
-  // of the array, so that no branch depends on the strengths.
-  corner_record spare;
-  for (corner_record const *c = corners.first; c != corners.last; ++c) {
-    bool const kept = c->strength != 0;
-    corner_record *const to = kept ? features.last : &spare;
-    to->x = c->x;
-    to->y = c->y;
-    features.last += kept;
+  // Every corner's position is written at the end of use, which moves on
+  // only for a survivor, so that no branch depends on the strengths. The
+  // survivors number exactly `no_features`, so once the storage is full
+  // every corner left is a suppressed one.
+  std::size_t const room = std::size_t(features.end_of_storage - features.first);
+  std::size_t kept = 0;
+  for (corner_record const *c = corners.first; c != corners.last && kept != room; ++c) {
+    features.first[kept].x = c->x;
+    features.first[kept].y = c->y;
+    kept += c->strength != 0;
   }
+  features.last = features.first + kept;
 }
 
 }  // namespace Korvane::Sight::corner
