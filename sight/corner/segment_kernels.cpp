@@ -75,7 +75,7 @@ inline __m128i ring_code(__m128i v, bounds b) {
       "pcmpgtb %[v], %[darker]\n\t"  // darker = low > v ? -1 : 0
       "pcmpgtb %[high], %[v]\n\t"    // v = v > high ? -1 : 0
       "pand %[two], %[v]\n\t"        // brighter as 2
-      "psubb %[darker], %[v]"          // 2 - (-1) = 3 when both
+      "psubb %[darker], %[v]"        // 2 - (-1) = 3 when both
       : [v] "+x"(v), [darker] "+x"(darker)
       : [high] "x"(b.high), [two] "x"(two));
   return v;
