@@ -13,13 +13,18 @@
 #include <sight/frame/rasterize.h>
 #include <sight/frame/variables.h>
 
+// What the operators share: the layouts, the found/not-found values, the
+// colour matrix.
+#include <sight/operator/color_matrix.h>
+#include <sight/operator/layouts.h>
+#include <sight/operator/object_detected.h>
+
 // Operators.
 #include <sight/corner/detection.h>
 #include <sight/corner/threshold.h>
 #include <sight/hot_spots/hot_spots.h>
 #include <sight/hot_spots/hot_spots_data.h>
 #include <sight/hot_spots/hot_spots_info.h>
-#include <sight/object_tracking/object_detected.h>
 #include <sight/object_tracking/object_tracking.h>
 #include <sight/object_tracking/object_tracking_data.h>
 #include <sight/object_tracking/object_tracking_info.h>

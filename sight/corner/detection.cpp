@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include <sight/corner/segment_kernels.h>
+#include <sight/operator/detail/member.h>
 
 namespace Korvane::Sight::corner {
 namespace {
@@ -76,9 +77,9 @@ void detection::operator=(frame_type const &frame) {
       return a->last;
     };
     auto const *data = reinterpret_cast<std::uint8_t const *>(frame.data);
-    corners.last = Tamarind::Rasters::is_aligned(frame)
-                       ? detect_422<true>(data, frame.stride, width, height, th, tr, corners.last, reserve, &g)
-                       : detect_422<false>(data, frame.stride, width, height, th, tr, corners.last, reserve, &g);
+    corners.last = Sight::detail::with_member(
+        [&](auto a) { return detect_422<a>(data, frame.stride, width, height, th, tr, corners.last, reserve, &g); },
+        frame);
   }
   // `corners` is sorted by row, then column: the suppression relies on it.
   no_features = non_maxima_suppresion(width, height);

@@ -15,9 +15,8 @@
 #include <utility>
 #include <vector>
 
-#include <sight/frame/bitmap.h>
 #include <sight/frame/export.h>
-#include <sight/frame/pixel.h>
+#include <sight/operator/layouts.h>
 
 namespace Korvane::Sight::corner {
 
@@ -30,7 +29,7 @@ struct corner_record {
 };
 
 struct SIGHT_API detection {
-  using frame_type = Tamarind::Rasters::bitmap_422<Tamarind::Rasters::pixel_ycbcr_u8>;
+  using frame_type = ycbcr_bitmap;
   using matches_type = std::vector<std::pair<std::pair<int, int>, std::pair<int, int>>>;
 
   detection();

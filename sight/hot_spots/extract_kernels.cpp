@@ -1,6 +1,7 @@
 // Counting kernels of the hot-spot detector: the row walk of extract_kernels.h
 // on 128-bit vectors, the count in four 32-bit lanes.
 #include <sight/hot_spots/extract_kernels.h>
+#include <sight/hot_spots/hot_spots.h>  // the operator's constant tables
 #include <sight/frame/simd_kernels.h>
 
 #include <smmintrin.h>  // _mm_cvtepu8_epi16, _mm_blend_epi16
@@ -12,6 +13,8 @@
 #include <cstring>
 
 namespace Korvane::Sight::detail {
+
+namespace R = Tamarind::Rasters;
 
 namespace {
 
@@ -147,13 +150,13 @@ spot_count count_four_byte_rows(B const &frame, clip const &c, key_test const &k
 // head and tail use the block's arithmetic on one pixel in lane 0.
 // Rounding: the sums are positive, so the logical shift by 8 truncates.
 template <bool Aligned>
-spot_count hot_spots_kernels::count_spot_bgra(hot_spots const &op,
+spot_count hot_spots_kernels::count_spot_bgra(spot_key const &spot,
                                               R::bitmap<R::pixel_bgra_u8> const &frame,
                                               glm::ivec2 left_top, glm::ivec2 right_bottom) {
   if constexpr (Aligned) assert(R::is_aligned(frame));
   clip const c = clip_to(left_top, right_bottom, frame.width, frame.height);
   if (c.empty) return spot_count{0, 0, true};
-  key_test const key{op.ref_cb_cr, op.ref_tolerance_sq, hot_spots::g32_M1};
+  key_test const key{spot.cb_cr, spot.tolerance_sq, hot_spots::g32_M1};
   __m128i const alpha = hot_spots::g_0_0_0_255;
   __m128i const low_bytes = hot_spots::g16_255;
   // Each row of the table regrouped into the word pairs (B, R) and (G, A):
@@ -182,13 +185,13 @@ spot_count hot_spots_kernels::count_spot_bgra(hot_spots const &op,
 // Inputs: clipped rectangle in pixels. Alignment as BGRA. Tail rule: one
 // pixel through the same gather in lane 0. Exact: no arithmetic but the test.
 template <bool Aligned>
-spot_count hot_spots_kernels::count_spot_ycbcra(hot_spots const &op,
+spot_count hot_spots_kernels::count_spot_ycbcra(spot_key const &spot,
                                                 R::bitmap<R::pixel_ycbcra_u8> const &frame,
                                                 glm::ivec2 left_top, glm::ivec2 right_bottom) {
   if constexpr (Aligned) assert(R::is_aligned(frame));
   clip const c = clip_to(left_top, right_bottom, frame.width, frame.height);
   if (c.empty) return spot_count{0, 0, true};
-  key_test const key{op.ref_cb_cr, op.ref_tolerance_sq, hot_spots::g32_M1};
+  key_test const key{spot.cb_cr, spot.tolerance_sq, hot_spots::g32_M1};
   __m128i const gather = hot_spots::g_shuffle_ycbcra;
 
   // Cb, Cr of four pixels gathered to eight bytes, widened to four lanes.
@@ -201,7 +204,7 @@ spot_count hot_spots_kernels::count_spot_ycbcra(hot_spots const &op,
 // blocks start at multiples of 8 pairs (32 bytes). Tail rule: one pair in
 // lane 0. The mask of bytes 0 and 2 leaves exactly the words Cb, Cr.
 template <bool Aligned>
-spot_count hot_spots_kernels::count_spot_422(hot_spots const &op,
+spot_count hot_spots_kernels::count_spot_422(spot_key const &spot,
                                              R::bitmap_422<R::pixel_ycbcr_u8> const &frame,
                                              glm::ivec2 left_top, glm::ivec2 right_bottom) {
   if constexpr (Aligned) assert(R::is_aligned(frame));
@@ -209,7 +212,7 @@ spot_count hot_spots_kernels::count_spot_422(hot_spots const &op,
   if (c.empty) return spot_count{0, 0, true};
   c.x0 = (c.x0 + 1) & ~1;
   c.x1 &= ~1;
-  key_test const key{op.ref_cb_cr, op.ref_tolerance_sq, hot_spots::g32_M1};
+  key_test const key{spot.cb_cr, spot.tolerance_sq, hot_spots::g32_M1};
   __m128i const chroma = hot_spots::g16_255;
   std::uintptr_t const end = buffer_end(frame);
 
@@ -233,14 +236,14 @@ spot_count hot_spots_kernels::count_spot_422(hot_spots const &op,
 // blocks start at multiples of 8 samples (16 bytes). Tail rule: one sample in
 // lane 0. Exact: no arithmetic but the test.
 template <bool Aligned>
-spot_count hot_spots_kernels::count_spot_cbcr(hot_spots const &op,
+spot_count hot_spots_kernels::count_spot_cbcr(spot_key const &spot,
                                               R::bitmap<R::pixel_cbcr_u8> const &cbcr,
                                               glm::ivec2 left_top, glm::ivec2 right_bottom) {
   if constexpr (Aligned) assert(R::is_aligned(cbcr));
   halve(left_top, right_bottom);
   clip const c = clip_to(left_top, right_bottom, cbcr.width, cbcr.height);
   if (c.empty) return spot_count{0, 0, true};
-  key_test const key{op.ref_cb_cr, op.ref_tolerance_sq, hot_spots::g32_M1};
+  key_test const key{spot.cb_cr, spot.tolerance_sq, hot_spots::g32_M1};
   __m128i const zero = _mm_setzero_si128();
   std::uintptr_t const end = buffer_end(cbcr);
 
@@ -264,14 +267,14 @@ spot_count hot_spots_kernels::count_spot_cbcr(hot_spots const &op,
 // Inputs: rectangle in pixels, halved and clipped to the Cb plane.
 // Alignment: none needed (eight-byte loads). Tail rule: one sample of each
 // plane in lane 0; a sample counts only where both planes still have it.
-spot_count hot_spots_kernels::count_spot_cb_cr(hot_spots const &op,
+spot_count hot_spots_kernels::count_spot_cb_cr(spot_key const &spot,
                                                R::bitmap<R::pixel_cb_u8> const &cb,
                                                R::bitmap<R::pixel_cr_u8> const &cr,
                                                glm::ivec2 left_top, glm::ivec2 right_bottom) {
   halve(left_top, right_bottom);
   clip const c = clip_to(left_top, right_bottom, cb.width, cb.height);
   if (c.empty) return spot_count{0, 0, true};
-  key_test const key{op.ref_cb_cr, op.ref_tolerance_sq, hot_spots::g32_M1};
+  key_test const key{spot.cb_cr, spot.tolerance_sq, hot_spots::g32_M1};
   __m128i const zero = _mm_setzero_si128();
   std::uintptr_t const cb_end = buffer_end(cb);
   std::uintptr_t const cr_end = buffer_end(cr);
@@ -299,20 +302,25 @@ spot_count hot_spots_kernels::count_spot_cb_cr(hot_spots const &op,
 }
 
 template spot_count hot_spots_kernels::count_spot_bgra<true>(
-    hot_spots const &, R::bitmap<R::pixel_bgra_u8> const &, glm::ivec2, glm::ivec2);
+    spot_key const &, R::bitmap<R::pixel_bgra_u8> const &, glm::ivec2, glm::ivec2);
 template spot_count hot_spots_kernels::count_spot_bgra<false>(
-    hot_spots const &, R::bitmap<R::pixel_bgra_u8> const &, glm::ivec2, glm::ivec2);
+    spot_key const &, R::bitmap<R::pixel_bgra_u8> const &, glm::ivec2, glm::ivec2);
 template spot_count hot_spots_kernels::count_spot_ycbcra<true>(
-    hot_spots const &, R::bitmap<R::pixel_ycbcra_u8> const &, glm::ivec2, glm::ivec2);
+    spot_key const &, R::bitmap<R::pixel_ycbcra_u8> const &, glm::ivec2, glm::ivec2);
 template spot_count hot_spots_kernels::count_spot_ycbcra<false>(
-    hot_spots const &, R::bitmap<R::pixel_ycbcra_u8> const &, glm::ivec2, glm::ivec2);
+    spot_key const &, R::bitmap<R::pixel_ycbcra_u8> const &, glm::ivec2, glm::ivec2);
 template spot_count hot_spots_kernels::count_spot_422<true>(
-    hot_spots const &, R::bitmap_422<R::pixel_ycbcr_u8> const &, glm::ivec2, glm::ivec2);
+    spot_key const &, R::bitmap_422<R::pixel_ycbcr_u8> const &, glm::ivec2, glm::ivec2);
 template spot_count hot_spots_kernels::count_spot_422<false>(
-    hot_spots const &, R::bitmap_422<R::pixel_ycbcr_u8> const &, glm::ivec2, glm::ivec2);
+    spot_key const &, R::bitmap_422<R::pixel_ycbcr_u8> const &, glm::ivec2, glm::ivec2);
 template spot_count hot_spots_kernels::count_spot_cbcr<true>(
-    hot_spots const &, R::bitmap<R::pixel_cbcr_u8> const &, glm::ivec2, glm::ivec2);
+    spot_key const &, R::bitmap<R::pixel_cbcr_u8> const &, glm::ivec2, glm::ivec2);
 template spot_count hot_spots_kernels::count_spot_cbcr<false>(
-    hot_spots const &, R::bitmap<R::pixel_cbcr_u8> const &, glm::ivec2, glm::ivec2);
+    spot_key const &, R::bitmap<R::pixel_cbcr_u8> const &, glm::ivec2, glm::ivec2);
+
+spot_key hot_spots_kernels::setup(hot_spots &op) {
+  op.setup();
+  return {op.ref_cb_cr, op.ref_tolerance_sq};
+}
 
 }  // namespace Korvane::Sight::detail

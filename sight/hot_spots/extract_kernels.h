@@ -24,16 +24,27 @@
 #ifndef SIGHT_HOT_SPOTS_EXTRACT_KERNELS_H_
 #define SIGHT_HOT_SPOTS_EXTRACT_KERNELS_H_
 
+#include <emmintrin.h>  // __m128i
+
 #include <cstdint>
 
 #include <glm/vec2.hpp>
 
-#include <sight/frame/bitmap.h>
-#include <sight/hot_spots/hot_spots.h>
+#include <sight/hot_spots/hot_spots_data.h>
+#include <sight/operator/layouts.h>
+#include <sight/operator/object_detected.h>
+
+namespace Korvane::Sight {
+struct hot_spots;
+}
 
 namespace Korvane::Sight::detail {
 
-namespace R = Tamarind::Rasters;
+// The key as the kernels test it: the operator's lanes after its set-up.
+struct spot_key {
+  __m128i cb_cr;         // Cb in the low, Cr in the high 16 bits of every lane
+  __m128i tolerance_sq;  // squared radius in 8-bit chroma levels, every lane
+};
 
 // One rectangle's walk: the samples that differ from the key, the area
 // (samples of the clipped rectangle, as the layout counts them), and whether
@@ -67,37 +78,38 @@ e_object_detected decide(spot_count const &c, std::int32_t threshold);
 // Aligned members require data and |stride| to be multiples of 16 (asserted);
 // unaligned members give the same counts on any bitmap.
 struct hot_spots_kernels {
-  // The operator's set-up, for tests that want the key without a frame.
-  static void setup(hot_spots &op) { op.setup(); }
+  // The operator's set-up and the key it gives, for tests that want the key
+  // without a frame.
+  static spot_key setup(hot_spots &op);
 
   // BGRA: one pixel per sample, Cb = (112 B - 74 G - 38 R + 129 * 255) >> 8,
   // Cr = (-18 B - 94 G + 112 R + 129 * 255) >> 8 (alpha forced to 255).
   // Group 4, step 8: the block may read up to 16 bytes past B + 4 pixels.
   template <bool Aligned>
-  static spot_count count_spot_bgra(hot_spots const &op, R::bitmap<R::pixel_bgra_u8> const &frame,
+  static spot_count count_spot_bgra(spot_key const &spot, bgra_bitmap const &frame,
                                     glm::ivec2 left_top, glm::ivec2 right_bottom);
   // YCbCrA: bytes 1 and 2 of each pixel. Group 4, step 8.
   template <bool Aligned>
-  static spot_count count_spot_ycbcra(hot_spots const &op,
-                                      R::bitmap<R::pixel_ycbcra_u8> const &frame,
+  static spot_count count_spot_ycbcra(spot_key const &spot,
+                                      ycbcra_bitmap const &frame,
                                       glm::ivec2 left_top, glm::ivec2 right_bottom);
   // 4:2:2: one sample per pair of pixels (bytes 0 and 2 of Cb Y Cr Y). After
   // the empty tests x0 is rounded up and x1 down to even; area is
   // ((x1 - x0) * (y1 - y0)) / 2. Group and step 8 pairs: no block overrun.
   template <bool Aligned>
-  static spot_count count_spot_422(hot_spots const &op,
-                                   R::bitmap_422<R::pixel_ycbcr_u8> const &frame,
+  static spot_count count_spot_422(spot_key const &spot,
+                                   ycbcr_bitmap const &frame,
                                    glm::ivec2 left_top, glm::ivec2 right_bottom);
   // Interleaved chroma plane: the four edges are halved (toward zero) and
   // clipped to the plane. Group and step 8 samples.
   template <bool Aligned>
-  static spot_count count_spot_cbcr(hot_spots const &op, R::bitmap<R::pixel_cbcr_u8> const &cbcr,
+  static spot_count count_spot_cbcr(spot_key const &spot, cbcr_bitmap const &cbcr,
                                     glm::ivec2 left_top, glm::ivec2 right_bottom);
   // Separate Cb and Cr planes: as the interleaved plane, clipped to the Cb
   // plane's size, each plane on its own stride. Eight-byte loads need no
   // alignment, so there is one member only.
-  static spot_count count_spot_cb_cr(hot_spots const &op, R::bitmap<R::pixel_cb_u8> const &cb,
-                                     R::bitmap<R::pixel_cr_u8> const &cr, glm::ivec2 left_top,
+  static spot_count count_spot_cb_cr(spot_key const &spot, cb_bitmap const &cb,
+                                     cr_bitmap const &cr, glm::ivec2 left_top,
                                      glm::ivec2 right_bottom);
 };
 

@@ -3,51 +3,32 @@
 #include <sight/hot_spots/hot_spots.h>
 
 #include <algorithm>
-#include <climits>
 #include <cmath>
 #include <utility>
 
-#include <sight/frame/field_views.h>
 #include <sight/hot_spots/extract_kernels.h>
+#include <sight/operator/color_matrix.h>
+#include <sight/operator/detail/float_to_int.h>
+#include <sight/operator/detail/key_chroma.h>
+#include <sight/operator/detail/member.h>
+#include <sight/operator/detail/message_entry.h>
 
 namespace Korvane::Sight {
 
 namespace R = Tamarind::Rasters;
 namespace video = Tamarind::Parley::video;
 
-namespace {
-
-// Truncation toward zero that saturates where a plain conversion would be
-// undefined: beyond the int range, and 0 for NaN.
-int truncate_saturated(float v) {
-  if (v >= 2147483648.0f) return INT_MAX;
-  if (v < -2147483648.0f) return INT_MIN;
-  if (v != v) return 0;
-  return int(v);
-}
-
-// Rounds half away from zero: 0.5 off a negative value, onto any other.
-int round_away(float v) { return truncate_saturated(v < 0.0f ? v - 0.5f : v + 0.5f); }
-
-// Truncates a chroma level and clamps it to 0..255.
-int to_level(float v) {
-  if (v >= 255.0f) return 255;
-  return v > 0.0f ? int(v) : 0;
-}
-
-}  // namespace
-
 const int hot_spots_info::no_spots;
 
 hot_spots_info::hot_spots_info() : detected_{} {}
 
-const glm::mat4 hot_spots::g_rgb_to_ycbcr(0.257f, -0.148f, 0.439f, 0.0f,   // R column
-                                          0.504f, -0.291f, -0.368f, 0.0f,  // G column
-                                          0.098f, 0.439f, -0.071f, 0.0f,   // B column
-                                          0.063f, 0.502f, 0.502f, 1.0f);   // constants
-const __m128i hot_spots::g_rgb_cbcr[2] = {
-    _mm_setr_epi16(112, -74, -38, 129, 112, -74, -38, 129),
-    _mm_setr_epi16(-18, -94, 112, 129, -18, -94, 112, 129)};
+const glm::mat4 hot_spots::g_rgb_to_ycbcr = rgb_to_ycbcr_matrix();
+namespace {
+__m128i twice(std::int16_t const (&row)[4]) {
+  return _mm_setr_epi16(row[0], row[1], row[2], row[3], row[0], row[1], row[2], row[3]);
+}
+}  // namespace
+const __m128i hot_spots::g_rgb_cbcr[2] = {twice(hot_spots_rgb_cbcr[0]), twice(hot_spots_rgb_cbcr[1])};
 const __m128i hot_spots::g_0_0_0_255 = _mm_set1_epi32(int(0xFF000000u));
 const __m128i hot_spots::g16_255 = _mm_set1_epi32(0x00FF00FF);
 const __m128i hot_spots::g32_M1 = _mm_setr_epi32(-1, 0, 0, 0);
@@ -61,12 +42,8 @@ hot_spots::hot_spots() : hot_spots_data() {}
 
 // All in single precision, in the order written.
 void hot_spots::setup() {
-  glm::mat4 const m = 255.0f * g_rgb_to_ycbcr;
-  float const r = color().r(), g = color().g(), b = color().b();
-  // m[column][row]: row 1 gives Cb, row 2 Cr.
-  int const cb = to_level(m[0][1] * r + m[1][1] * g + m[2][1] * b + m[3][1] + 0.5f);
-  int const cr = to_level(m[0][2] * r + m[1][2] * g + m[2][2] * b + m[3][2] + 0.5f);
-  ref_cb_cr = _mm_set1_epi32(cr * 65536 + cb);
+  glm::ivec2 const key = detail::key_chroma(g_rgb_to_ycbcr, color().r(), color().g(), color().b());
+  ref_cb_cr = _mm_set1_epi32(key.y * 65536 + key.x);
 
   // The middle of a soft key edge (s wide, ending t from the key), decided
   // hard. A negative middle is squared as it stands, so the radius grows
@@ -77,7 +54,7 @@ void hot_spots::setup() {
   if (t < 0.0f) t = 0.0f;
   float const radius = t - s * 0.5f;
   ref_tolerance_sq =
-      _mm_set1_epi32(truncate_saturated(std::floor(radius * radius * 255.0f * 255.0f) + 0.5f));
+      _mm_set1_epi32(detail::truncate_saturated(std::floor(radius * radius * 255.0f * 255.0f) + 0.5f));
   ref_threshold = threshold();
 }
 
@@ -133,43 +110,44 @@ void hot_spots::detect(hot_spots_info &info, int width, int height, float aspect
 }
 
 using kernels = detail::hot_spots_kernels;
+using detail::with_member;
 
 e_object_detected hot_spots::extract(bgra_bitmap const &frame, glm::ivec2 left_top,
                                      glm::ivec2 right_bottom) const {
-  return detail::decide(R::is_aligned(frame)
-                            ? kernels::count_spot_bgra<true>(*this, frame, left_top, right_bottom)
-                            : kernels::count_spot_bgra<false>(*this, frame, left_top, right_bottom),
-                        ref_threshold);
+  detail::spot_key const key{ref_cb_cr, ref_tolerance_sq};
+  return detail::decide(
+      with_member([&](auto a) { return kernels::count_spot_bgra<a>(key, frame, left_top, right_bottom); }, frame),
+      ref_threshold);
 }
 
 e_object_detected hot_spots::extract(ycbcr_bitmap const &frame, glm::ivec2 left_top,
                                      glm::ivec2 right_bottom) const {
-  return detail::decide(R::is_aligned(frame)
-                            ? kernels::count_spot_422<true>(*this, frame, left_top, right_bottom)
-                            : kernels::count_spot_422<false>(*this, frame, left_top, right_bottom),
-                        ref_threshold);
+  detail::spot_key const key{ref_cb_cr, ref_tolerance_sq};
+  return detail::decide(
+      with_member([&](auto a) { return kernels::count_spot_422<a>(key, frame, left_top, right_bottom); }, frame),
+      ref_threshold);
 }
 
 e_object_detected hot_spots::extract(ycbcra_bitmap const &frame, glm::ivec2 left_top,
                                      glm::ivec2 right_bottom) const {
-  return detail::decide(R::is_aligned(frame)
-                            ? kernels::count_spot_ycbcra<true>(*this, frame, left_top, right_bottom)
-                            : kernels::count_spot_ycbcra<false>(*this, frame, left_top, right_bottom),
-                        ref_threshold);
+  detail::spot_key const key{ref_cb_cr, ref_tolerance_sq};
+  return detail::decide(
+      with_member([&](auto a) { return kernels::count_spot_ycbcra<a>(key, frame, left_top, right_bottom); }, frame),
+      ref_threshold);
 }
 
 e_object_detected hot_spots::extract(cbcr_bitmap const &cbcr, glm::ivec2 left_top,
                                      glm::ivec2 right_bottom) const {
-  return detail::decide(R::is_aligned(cbcr)
-                            ? kernels::count_spot_cbcr<true>(*this, cbcr, left_top, right_bottom)
-                            : kernels::count_spot_cbcr<false>(*this, cbcr, left_top, right_bottom),
-                        ref_threshold);
+  detail::spot_key const key{ref_cb_cr, ref_tolerance_sq};
+  return detail::decide(
+      with_member([&](auto a) { return kernels::count_spot_cbcr<a>(key, cbcr, left_top, right_bottom); }, cbcr),
+      ref_threshold);
 }
 
 e_object_detected hot_spots::extract(cb_bitmap const &cb, cr_bitmap const &cr, glm::ivec2 left_top,
                                      glm::ivec2 right_bottom) const {
-  return detail::decide(kernels::count_spot_cb_cr(*this, cb, cr, left_top, right_bottom),
-                        ref_threshold);
+  detail::spot_key const key{ref_cb_cr, ref_tolerance_sq};
+  return detail::decide(kernels::count_spot_cb_cr(key, cb, cr, left_top, right_bottom), ref_threshold);
 }
 
 void hot_spots::operator()(hot_spots_info &info, bgra_bitmap const &frame, float aspect) {
@@ -208,27 +186,8 @@ void hot_spots::operator()(hot_spots_info &info, video::message const *message, 
   }
   video::field_views const v = video::field_views::make(*message, lower_field);
   float const aspect = message->aspect_ratio();
-  switch (v.format) {
-    case video::format_422:
-    case video::format_422_alt:
-      (*this)(info, v.ycbcr, aspect);
-      break;
-    case video::format_planar:
-      (*this)(info, v.y, v.cb, v.cr, aspect);
-      break;
-    case video::format_ycbcra:
-      (*this)(info, v.ycbcra, aspect);
-      break;
-    case video::format_bgra:
-      (*this)(info, v.bgra, aspect);
-      break;
-    case video::format_y_cbcr:
-      (*this)(info, v.y, v.cbcr, aspect);
-      break;
-    default:
-      info = hot_spots_info();
-      break;
-  }
+  if (!detail::visit_layout(v, [&](auto const &...planes) { (*this)(info, planes..., aspect); }))
+    info = hot_spots_info();
 }
 
 hot_spots_info const hot_spots::operator()(bgra_bitmap const &frame, float aspect) {

@@ -26,13 +26,12 @@
 #include <glm/mat4x4.hpp>
 #include <glm/vec2.hpp>
 
-#include <sight/frame/bitmap.h>
 #include <sight/frame/export.h>
 #include <sight/frame/message.h>
-#include <sight/frame/pixel.h>
 #include <sight/hot_spots/hot_spots_data.h>
 #include <sight/hot_spots/hot_spots_info.h>
-#include <sight/object_tracking/object_detected.h>
+#include <sight/operator/layouts.h>
+#include <sight/operator/object_detected.h>
 
 namespace Korvane::Sight {
 
@@ -41,14 +40,6 @@ struct hot_spots_kernels;
 }
 
 struct SIGHT_API hot_spots : hot_spots_data {
-  using bgra_bitmap = Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_bgra_u8>;
-  using ycbcr_bitmap = Tamarind::Rasters::bitmap_422<Tamarind::Rasters::pixel_ycbcr_u8>;
-  using ycbcra_bitmap = Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_ycbcra_u8>;
-  using y_bitmap = Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_y_u8>;
-  using cbcr_bitmap = Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cbcr_u8>;
-  using cb_bitmap = Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cb_u8>;
-  using cr_bitmap = Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cr_u8>;
-
   // The settings' defaults; the derived members stay unset until a frame.
   hot_spots();
   hot_spots(hot_spots const &) = default;
@@ -114,13 +105,9 @@ struct SIGHT_API hot_spots : hot_spots_data {
   template <class Extract>
   void detect(hot_spots_info &info, int width, int height, float aspect, Extract const &extract);
 
-  // RGB in 0..1 to Y, Cb, Cr in 0..1, by columns; the reference colour goes
-  // through 255 times this matrix in single precision.
+  // rgb_to_ycbcr_matrix(); the reference colour goes through 255 times it.
   static const glm::mat4 g_rgb_to_ycbcr;
-  // Integer chroma of a BGRA pixel, words in B, G, R, A order, twice per
-  // row: row 0 Cb (112, -74, -38, 129), row 1 Cr (-18, -94, 112, 129). With
-  // alpha forced to 255 the last word adds the +128 offset (129 * 255 / 256)
-  // before the shift by 8.
+  // hot_spots_rgb_cbcr, each row twice: integer chroma of a BGRA pixel.
   static const __m128i g_rgb_cbcr[2];
   // 0xFF000000 per lane: forces the alpha byte of a BGRA pixel to 255.
   static const __m128i g_0_0_0_255;

@@ -6,7 +6,7 @@
 #define SIGHT_HOT_SPOTS_HOT_SPOTS_INFO_H_
 
 #include <sight/frame/export.h>
-#include <sight/object_tracking/object_detected.h>
+#include <sight/operator/object_detected.h>
 
 namespace Korvane::Sight {
 

@@ -3,6 +3,7 @@
 // weights in 16-bit lanes and, under preview, paints that row.
 #include <sight/object_tracking/moments_kernels.h>
 #include <sight/frame/simd_kernels.h>
+#include <sight/operator/color_matrix.h>
 
 #include <cassert>
 #include <cstddef>
@@ -21,12 +22,22 @@ using simd::store;
 
 constexpr std::int8_t z = -128;  // a shuffle index with the top bit set yields a zero byte
 
-// Chroma coefficients for B, G, R, A as signed bytes for _mm_maddubs_epi16.
-// Alpha counts as 255, so its term 129 * 255 (no signed byte) is added as
-// g_alpha_term instead; the integers are the same.
-alignas(16) constexpr std::int8_t g_rgb_cbcr[2][16] = {
-    {112, -64, -38, 0, 112, -64, -38, 0, 112, -64, -38, 0, 112, -64, -38, 0},
-    {-18, -94, 112, 0, -18, -94, 112, 0, -18, -94, 112, 0, -18, -94, 112, 0}};
+// The tracker's chroma coefficients for B, G, R as signed bytes for
+// _mm_maddubs_epi16, four pixels a row. Alpha counts as 255, so its term
+// 129 * 255 (no signed byte) is added as g_alpha_term instead; the integers
+// are the same.
+struct byte_rows {
+  alignas(16) std::int8_t row[2][16];
+};
+constexpr byte_rows spread_coefficients() {
+  byte_rows r{};
+  for (int k = 0; k < 2; ++k)
+    for (int i = 0; i < 16; ++i) r.row[k][i] = i % 4 == 3 ? 0 : std::int8_t(tracker_rgb_cbcr[k][i % 4]);
+  return r;
+}
+constexpr byte_rows g_rgb_cbcr_rows = spread_coefficients();
+constexpr auto const &g_rgb_cbcr = g_rgb_cbcr_rows.row;
+static_assert(tracker_rgb_cbcr[0][3] * 255 == 32895 && tracker_rgb_cbcr[1][3] == tracker_rgb_cbcr[0][3]);
 // 129 * 255: the chroma offset of 128 and a rounding half in one.
 alignas(16) constexpr std::uint16_t g_alpha_term[8] = {32895, 32895, 32895, 32895,
                                                        32895, 32895, 32895, 32895};
@@ -241,7 +252,7 @@ inline void generate_cells(moment_grid const &g, Rows &rows) {
 // Preview: each colour c becomes (c * w) >> 8, alpha 255.
 template <bool Aligned, bool Preview>
 struct bgra_rows {
-  R::bitmap<R::pixel_bgra_u8> const &b;
+  bgra_bitmap const &b;
   key_lanes const &key;
   std::uint8_t *lines[8];
 
@@ -277,7 +288,7 @@ struct bgra_rows {
 // ((c * w) >> 8) + ((k * (255 - w)) >> 8), k = 0, 128, 128, 255.
 template <bool Aligned, bool Preview>
 struct ycbcra_rows {
-  R::bitmap<R::pixel_ycbcra_u8> const &b;
+  ycbcra_bitmap const &b;
   key_lanes const &key;
   std::uint8_t *lines[8];
 
@@ -308,7 +319,7 @@ struct ycbcra_rows {
 // blend with its weight, k = 128 for chroma and 16 for luma.
 template <bool Aligned, bool Preview>
 struct ycbcr_422_rows {
-  R::bitmap_422<R::pixel_ycbcr_u8> const &b;
+  ycbcr_bitmap const &b;
   key_lanes const &key;
   std::uint8_t *lines[8];
 
@@ -349,8 +360,8 @@ inline void scale_luma(std::uint8_t *y0, std::uint8_t *y1, __m128i w) {
 // only under preview. Preview: chroma blends towards 128.
 template <bool Aligned, bool Preview>
 struct y_cbcr_rows {
-  R::bitmap<R::pixel_y_u8> const &y;
-  R::bitmap<R::pixel_cbcr_u8> const &c;
+  y_bitmap const &y;
+  cbcr_bitmap const &c;
   key_lanes const &key;
   std::uint8_t *chroma[8];
   std::uint8_t *luma[16];
@@ -384,9 +395,9 @@ struct y_cbcr_rows {
 // cell). Preview: each chroma plane blends towards 128 by itself.
 template <bool Aligned, bool Preview>
 struct planar_rows {
-  R::bitmap<R::pixel_y_u8> const *y;
-  R::bitmap<R::pixel_cb_u8> const &cb;
-  R::bitmap<R::pixel_cr_u8> const &cr;
+  y_bitmap const *y;
+  cb_bitmap const &cb;
+  cr_bitmap const &cr;
   key_lanes const &key;
   std::uint8_t *cb_lines[8];
   std::uint8_t *cr_lines[8];
@@ -424,7 +435,7 @@ struct planar_rows {
 }  // namespace
 
 template <bool Aligned, bool Preview>
-void generate_moments_bgra(R::bitmap<R::pixel_bgra_u8> const &b, moment_grid const &g) {
+void generate_moments_bgra(bgra_bitmap const &b, moment_grid const &g) {
   if constexpr (Aligned) assert(R::is_aligned(b));
   key_lanes const key(g);
   bgra_rows<Aligned, Preview> rows{b, key, {}};
@@ -432,7 +443,7 @@ void generate_moments_bgra(R::bitmap<R::pixel_bgra_u8> const &b, moment_grid con
 }
 
 template <bool Aligned, bool Preview>
-void generate_moments_ycbcra(R::bitmap<R::pixel_ycbcra_u8> const &b, moment_grid const &g) {
+void generate_moments_ycbcra(ycbcra_bitmap const &b, moment_grid const &g) {
   if constexpr (Aligned) assert(R::is_aligned(b));
   key_lanes const key(g);
   ycbcra_rows<Aligned, Preview> rows{b, key, {}};
@@ -440,7 +451,7 @@ void generate_moments_ycbcra(R::bitmap<R::pixel_ycbcra_u8> const &b, moment_grid
 }
 
 template <bool Aligned, bool Preview>
-void generate_moments_422(R::bitmap_422<R::pixel_ycbcr_u8> const &b, moment_grid const &g) {
+void generate_moments_422(ycbcr_bitmap const &b, moment_grid const &g) {
   if constexpr (Aligned) assert(R::is_aligned(b));
   key_lanes const key(g);
   ycbcr_422_rows<Aligned, Preview> rows{b, key, {}};
@@ -448,8 +459,8 @@ void generate_moments_422(R::bitmap_422<R::pixel_ycbcr_u8> const &b, moment_grid
 }
 
 template <bool Aligned, bool Preview>
-void generate_moments_y_cbcr(R::bitmap<R::pixel_y_u8> const &y,
-                             R::bitmap<R::pixel_cbcr_u8> const &c, moment_grid const &g) {
+void generate_moments_y_cbcr(y_bitmap const &y,
+                             cbcr_bitmap const &c, moment_grid const &g) {
   if constexpr (Aligned) assert(R::is_aligned(c) && (!Preview || R::is_aligned(y)));
   key_lanes const key(g);
   y_cbcr_rows<Aligned, Preview> rows{y, c, key, {}, {}};
@@ -457,31 +468,31 @@ void generate_moments_y_cbcr(R::bitmap<R::pixel_y_u8> const &y,
 }
 
 template <bool Aligned>
-void generate_moments_planar_preview(R::bitmap<R::pixel_y_u8> const &y,
-                                     R::bitmap<R::pixel_cb_u8> const &cb,
-                                     R::bitmap<R::pixel_cr_u8> const &cr, moment_grid const &g) {
+void generate_moments_planar_preview(y_bitmap const &y,
+                                     cb_bitmap const &cb,
+                                     cr_bitmap const &cr, moment_grid const &g) {
   if constexpr (Aligned) assert(R::is_aligned(y));
   key_lanes const key(g);
   planar_rows<Aligned, true> rows{&y, cb, cr, key, {}, {}, {}};
   generate_cells<true, true>(g, rows);
 }
 
-void generate_moments_planar(R::bitmap<R::pixel_cb_u8> const &cb,
-                             R::bitmap<R::pixel_cr_u8> const &cr, moment_grid const &g) {
+void generate_moments_planar(cb_bitmap const &cb,
+                             cr_bitmap const &cr, moment_grid const &g) {
   key_lanes const key(g);
   planar_rows<false, false> rows{nullptr, cb, cr, key, {}, {}, {}};
   generate_cells<true, true>(g, rows);
 }
 
 #define SIGHT_MOMENTS_INSTANTIATE(A, P)                                                        \
-  template void generate_moments_bgra<A, P>(R::bitmap<R::pixel_bgra_u8> const &,             \
+  template void generate_moments_bgra<A, P>(bgra_bitmap const &,             \
                                             moment_grid const &);                            \
-  template void generate_moments_ycbcra<A, P>(R::bitmap<R::pixel_ycbcra_u8> const &,         \
+  template void generate_moments_ycbcra<A, P>(ycbcra_bitmap const &,         \
                                               moment_grid const &);                          \
-  template void generate_moments_422<A, P>(R::bitmap_422<R::pixel_ycbcr_u8> const &,         \
+  template void generate_moments_422<A, P>(ycbcr_bitmap const &,         \
                                            moment_grid const &);                             \
-  template void generate_moments_y_cbcr<A, P>(R::bitmap<R::pixel_y_u8> const &,              \
-                                              R::bitmap<R::pixel_cbcr_u8> const &,           \
+  template void generate_moments_y_cbcr<A, P>(y_bitmap const &,              \
+                                              cbcr_bitmap const &,           \
                                               moment_grid const &);
 SIGHT_MOMENTS_INSTANTIATE(false, false)
 SIGHT_MOMENTS_INSTANTIATE(false, true)
@@ -489,13 +500,13 @@ SIGHT_MOMENTS_INSTANTIATE(true, false)
 SIGHT_MOMENTS_INSTANTIATE(true, true)
 #undef SIGHT_MOMENTS_INSTANTIATE
 
-template void generate_moments_planar_preview<false>(R::bitmap<R::pixel_y_u8> const &,
-                                                     R::bitmap<R::pixel_cb_u8> const &,
-                                                     R::bitmap<R::pixel_cr_u8> const &,
+template void generate_moments_planar_preview<false>(y_bitmap const &,
+                                                     cb_bitmap const &,
+                                                     cr_bitmap const &,
                                                      moment_grid const &);
-template void generate_moments_planar_preview<true>(R::bitmap<R::pixel_y_u8> const &,
-                                                    R::bitmap<R::pixel_cb_u8> const &,
-                                                    R::bitmap<R::pixel_cr_u8> const &,
+template void generate_moments_planar_preview<true>(y_bitmap const &,
+                                                    cb_bitmap const &,
+                                                    cr_bitmap const &,
                                                     moment_grid const &);
 
 }  // namespace Korvane::Sight::detail

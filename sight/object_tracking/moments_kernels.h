@@ -19,6 +19,7 @@
 #include <cstdint>
 
 #include <sight/frame/bitmap.h>
+#include <sight/operator/layouts.h>
 
 namespace Korvane::Sight::detail {
 
@@ -42,36 +43,36 @@ struct moment_grid {
 // Cell of 8 by 8 pixels; chroma from B, G, R by fixed integer coefficients.
 // Preview writes every pixel as (c * w) >> 8 per colour, alpha 255.
 template <bool Aligned, bool Preview>
-void generate_moments_bgra(R::bitmap<R::pixel_bgra_u8> const &, moment_grid const &);
+void generate_moments_bgra(bgra_bitmap const &, moment_grid const &);
 
 // Cell of 8 by 8 pixels; chroma bytes 1 and 2. Preview blends every byte
 // towards black (0, 128, 128, 255) after setting alpha to 255.
 template <bool Aligned, bool Preview>
-void generate_moments_ycbcra(R::bitmap<R::pixel_ycbcra_u8> const &, moment_grid const &);
+void generate_moments_ycbcra(ycbcra_bitmap const &, moment_grid const &);
 
 // Cell of 8 elements (16 pixels) by 8 lines; one weight per element. Preview
 // blends chroma towards 128 and luma towards 16.
 template <bool Aligned, bool Preview>
-void generate_moments_422(R::bitmap_422<R::pixel_ycbcr_u8> const &, moment_grid const &);
+void generate_moments_422(ycbcr_bitmap const &, moment_grid const &);
 
 // Cell of 16 by 16 luma pixels, 8 by 8 chroma pairs of the interleaved
 // plane. The luma plane is touched only under preview: (Y * w) >> 8 on the
 // 2 by 2 pixels of a sample; chroma blends towards 128.
 template <bool Aligned, bool Preview>
-void generate_moments_y_cbcr(R::bitmap<R::pixel_y_u8> const &,
-                             R::bitmap<R::pixel_cbcr_u8> const &, moment_grid const &);
+void generate_moments_y_cbcr(y_bitmap const &,
+                             cbcr_bitmap const &, moment_grid const &);
 
 // Three planes, with preview: as generate_moments_y_cbcr, each chroma plane
 // blended by itself.
 template <bool Aligned>
-void generate_moments_planar_preview(R::bitmap<R::pixel_y_u8> const &,
-                                     R::bitmap<R::pixel_cb_u8> const &,
-                                     R::bitmap<R::pixel_cr_u8> const &, moment_grid const &);
+void generate_moments_planar_preview(y_bitmap const &,
+                                     cb_bitmap const &,
+                                     cr_bitmap const &, moment_grid const &);
 
 // Three planes, no preview: reads eight bytes of each chroma plane per cell
 // row, which needs no alignment, so there is one member only.
-void generate_moments_planar(R::bitmap<R::pixel_cb_u8> const &,
-                             R::bitmap<R::pixel_cr_u8> const &, moment_grid const &);
+void generate_moments_planar(cb_bitmap const &,
+                             cr_bitmap const &, moment_grid const &);
 
 }  // namespace Korvane::Sight::detail
 

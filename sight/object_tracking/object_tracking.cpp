@@ -6,8 +6,12 @@
 #include <algorithm>
 #include <cstring>
 
-#include <sight/frame/field_views.h>
 #include <sight/object_tracking/moments_kernels.h>
+#include <sight/operator/color_matrix.h>
+#include <sight/operator/detail/float_to_int.h>
+#include <sight/operator/detail/key_chroma.h>
+#include <sight/operator/detail/member.h>
+#include <sight/operator/detail/message_entry.h>
 
 namespace Korvane::Sight {
 
@@ -19,22 +23,11 @@ static_assert(sizeof(object_tracking::moments_type) == 8 * sizeof(float) &&
               "the kernels store a cell as eight floats at 16-byte alignment");
 static_assert(alignof(object_tracking) == 16, "the key vectors are read as aligned lanes");
 
-// Rows are (Y, Cb, Cr, 1), columns (R, G, B, constant); glm stores columns.
-glm::mat4 const object_tracking::g_rgb_to_ycbcr(0.257f, -0.148f, 0.439f, 0.0f,   // R
-                                                0.504f, -0.291f, -0.368f, 0.0f,  // G
-                                                0.098f, 0.439f, -0.071f, 0.0f,   // B
-                                                0.063f, 0.502f, 0.502f, 1.0f);   // constant
+glm::mat4 const object_tracking::g_rgb_to_ycbcr = rgb_to_ycbcr_matrix();
 
 namespace {
 
-// Truncates toward zero and clamps to lo..hi; NaN counts as lo. Clamping in
-// float first keeps the conversion defined for any input, and gives what
-// truncation followed by clamping gives.
-int truncate_clamped(float v, int lo, int hi) {
-  if (!(v > float(lo))) return lo;
-  if (v >= float(hi)) return hi;
-  return int(v);
-}
+using detail::truncate_clamped;
 
 // The first bitmap of a frame gives its size.
 template <class First, class... Rest>
@@ -131,14 +124,9 @@ void object_tracking::setup(int width, int height, int new_cells_x, int new_cell
   if (crop_x_min > crop_x_max) std::swap(crop_x_min, crop_x_max);
   if (crop_y_min > crop_y_max) std::swap(crop_y_min, crop_y_max);
 
-  // Reference chroma from the float matrix, summed left to right as written
-  // (not in the grouping of a matrix product, which rounds differently).
-  glm::mat4 const m = 255.0f * g_rgb_to_ycbcr;
-  float const r = color().r(), g = color().g(), b = color().b();
-  float const cb = m[0][1] * r + m[1][1] * g + m[2][1] * b + m[3][1] + 0.5f;
-  float const cr = m[0][2] * r + m[1][2] * g + m[2][2] * b + m[3][2] + 0.5f;
-  std::uint16_t const key_cb = std::uint16_t(truncate_clamped(cb, 0, 255));
-  std::uint16_t const key_cr = std::uint16_t(truncate_clamped(cr, 0, 255));
+  glm::ivec2 const key = detail::key_chroma(g_rgb_to_ycbcr, color().r(), color().g(), color().b());
+  std::uint16_t const key_cb = std::uint16_t(key.x);
+  std::uint16_t const key_cr = std::uint16_t(key.y);
 
   // Key curve: the weight falls from 255 at chroma distance lo to 0 at hi.
   float soft = smoothness() * 0.3f;
@@ -203,81 +191,46 @@ detail::moment_grid make_grid(R::bitmap<object_tracking::moments_type> const &ce
   return {reinterpret_cast<float *>(cells.data), cells.stride, cells_x, cells_y, key_cbcr, key_scale, key_offset};
 }
 
-// Calls kernel<Aligned, Preview> with the two choices made at run time.
-template <template <bool, bool> class K, class... A>
-void dispatch(bool aligned, bool preview, A const &...args) {
-  if (aligned) {
-    if (preview)
-      K<true, true>::run(args...);
-    else
-      K<true, false>::run(args...);
-  } else {
-    if (preview)
-      K<false, true>::run(args...);
-    else
-      K<false, false>::run(args...);
-  }
+// Calls f(aligned, preview) with both choices as types: aligned when every
+// bitmap is, painting the matte under bit 0 of preview.
+template <class F, class... Bitmaps>
+void with_members(bool preview, F const &f, Bitmaps const &...bitmaps) {
+  detail::with_member([&](auto a) { detail::with_flag(preview, [&](auto p) { f(a, p); }); }, bitmaps...);
 }
-
-template <bool A, bool P>
-struct bgra_kernel {
-  static void run(R::bitmap<R::pixel_bgra_u8> const &f, detail::moment_grid const &g) {
-    detail::generate_moments_bgra<A, P>(f, g);
-  }
-};
-template <bool A, bool P>
-struct ycbcra_kernel {
-  static void run(R::bitmap<R::pixel_ycbcra_u8> const &f, detail::moment_grid const &g) {
-    detail::generate_moments_ycbcra<A, P>(f, g);
-  }
-};
-template <bool A, bool P>
-struct k422_kernel {
-  static void run(R::bitmap_422<R::pixel_ycbcr_u8> const &f, detail::moment_grid const &g) {
-    detail::generate_moments_422<A, P>(f, g);
-  }
-};
-template <bool A, bool P>
-struct y_cbcr_kernel {
-  static void run(R::bitmap<R::pixel_y_u8> const &y, R::bitmap<R::pixel_cbcr_u8> const &c,
-                  detail::moment_grid const &g) {
-    detail::generate_moments_y_cbcr<A, P>(y, c, g);
-  }
-};
 
 }  // namespace
 
-void object_tracking::generate_moments(R::bitmap<R::pixel_bgra_u8> const &frame) {
+void object_tracking::generate_moments(bgra_bitmap const &frame) {
   detail::moment_grid const g = make_grid(cells, cells_x, cells_y, key_cbcr, key_scale, key_offset);
-  dispatch<bgra_kernel>(R::is_aligned(frame), (preview() & 1) != 0, frame, g);
+  with_members((preview() & 1) != 0, [&](auto a, auto p) { detail::generate_moments_bgra<a, p>(frame, g); }, frame);
 }
 
-void object_tracking::generate_moments(R::bitmap<R::pixel_ycbcra_u8> const &frame) {
+void object_tracking::generate_moments(ycbcra_bitmap const &frame) {
   detail::moment_grid const g = make_grid(cells, cells_x, cells_y, key_cbcr, key_scale, key_offset);
-  dispatch<ycbcra_kernel>(R::is_aligned(frame), (preview() & 1) != 0, frame, g);
+  with_members((preview() & 1) != 0, [&](auto a, auto p) { detail::generate_moments_ycbcra<a, p>(frame, g); },
+               frame);
 }
 
-void object_tracking::generate_moments(R::bitmap_422<R::pixel_ycbcr_u8> const &frame) {
+void object_tracking::generate_moments(ycbcr_bitmap const &frame) {
   detail::moment_grid const g = make_grid(cells, cells_x, cells_y, key_cbcr, key_scale, key_offset);
-  dispatch<k422_kernel>(R::is_aligned(frame), (preview() & 1) != 0, frame, g);
+  with_members((preview() & 1) != 0, [&](auto a, auto p) { detail::generate_moments_422<a, p>(frame, g); }, frame);
 }
 
-void object_tracking::generate_moments(R::bitmap<R::pixel_y_u8> const &y, R::bitmap<R::pixel_cbcr_u8> const &cbcr) {
+void object_tracking::generate_moments(y_bitmap const &y, cbcr_bitmap const &cbcr) {
   detail::moment_grid const g = make_grid(cells, cells_x, cells_y, key_cbcr, key_scale, key_offset);
-  dispatch<y_cbcr_kernel>(R::is_aligned(y) && R::is_aligned(cbcr), (preview() & 1) != 0, y, cbcr, g);
+  with_members((preview() & 1) != 0, [&](auto a, auto p) { detail::generate_moments_y_cbcr<a, p>(y, cbcr, g); }, y,
+               cbcr);
 }
 
-void object_tracking::generate_moments(R::bitmap<R::pixel_y_u8> const &y, R::bitmap<R::pixel_cb_u8> const &cb,
-                                       R::bitmap<R::pixel_cr_u8> const &cr) {
+void object_tracking::generate_moments(y_bitmap const &y, cb_bitmap const &cb,
+                                       cr_bitmap const &cr) {
   detail::moment_grid const g = make_grid(cells, cells_x, cells_y, key_cbcr, key_scale, key_offset);
   // Without preview the luma plane is not read, and the chroma is read
   // eight bytes at a time, which needs no alignment.
   if ((preview() & 1) == 0)
     detail::generate_moments_planar(cb, cr, g);
-  else if (R::is_aligned(y) && R::is_aligned(cb) && R::is_aligned(cr))
-    detail::generate_moments_planar_preview<true>(y, cb, cr, g);
   else
-    detail::generate_moments_planar_preview<false>(y, cb, cr, g);
+    detail::with_member([&](auto a) { detail::generate_moments_planar_preview<a>(y, cb, cr, g); }, y, cb, cr);
 }
 
 // ---------------------------------------------------------------------------
@@ -315,62 +268,62 @@ void object_tracking::track(object_tracking_info &info, int new_cells_x, int new
   }
 }
 
-void object_tracking::operator()(object_tracking_info &info, R::bitmap<R::pixel_bgra_u8> const &frame,
+void object_tracking::operator()(object_tracking_info &info, bgra_bitmap const &frame,
                                  float aspect_ratio) {
   track(info, frame.width / 8, frame.height / 8, aspect_ratio, frame);
 }
 
-object_tracking_info const object_tracking::operator()(R::bitmap<R::pixel_bgra_u8> const &frame, float aspect_ratio) {
+object_tracking_info const object_tracking::operator()(bgra_bitmap const &frame, float aspect_ratio) {
   object_tracking_info info;
   (*this)(info, frame, aspect_ratio);
   return info;
 }
 
-void object_tracking::operator()(object_tracking_info &info, R::bitmap<R::pixel_ycbcra_u8> const &frame,
+void object_tracking::operator()(object_tracking_info &info, ycbcra_bitmap const &frame,
                                  float aspect_ratio) {
   track(info, frame.width / 8, frame.height / 8, aspect_ratio, frame);
 }
 
-object_tracking_info const object_tracking::operator()(R::bitmap<R::pixel_ycbcra_u8> const &frame,
+object_tracking_info const object_tracking::operator()(ycbcra_bitmap const &frame,
                                                        float aspect_ratio) {
   object_tracking_info info;
   (*this)(info, frame, aspect_ratio);
   return info;
 }
 
-void object_tracking::operator()(object_tracking_info &info, R::bitmap_422<R::pixel_ycbcr_u8> const &frame,
+void object_tracking::operator()(object_tracking_info &info, ycbcr_bitmap const &frame,
                                  float aspect_ratio) {
   track(info, frame.width / 16, frame.height / 8, aspect_ratio, frame);
 }
 
-object_tracking_info const object_tracking::operator()(R::bitmap_422<R::pixel_ycbcr_u8> const &frame,
+object_tracking_info const object_tracking::operator()(ycbcr_bitmap const &frame,
                                                        float aspect_ratio) {
   object_tracking_info info;
   (*this)(info, frame, aspect_ratio);
   return info;
 }
 
-void object_tracking::operator()(object_tracking_info &info, R::bitmap<R::pixel_y_u8> const &y,
-                                 R::bitmap<R::pixel_cbcr_u8> const &cbcr, float aspect_ratio) {
+void object_tracking::operator()(object_tracking_info &info, y_bitmap const &y,
+                                 cbcr_bitmap const &cbcr, float aspect_ratio) {
   track(info, y.width / 16, y.height / 16, aspect_ratio, y, cbcr);
 }
 
-object_tracking_info const object_tracking::operator()(R::bitmap<R::pixel_y_u8> const &y,
-                                                       R::bitmap<R::pixel_cbcr_u8> const &cbcr, float aspect_ratio) {
+object_tracking_info const object_tracking::operator()(y_bitmap const &y,
+                                                       cbcr_bitmap const &cbcr, float aspect_ratio) {
   object_tracking_info info;
   (*this)(info, y, cbcr, aspect_ratio);
   return info;
 }
 
-void object_tracking::operator()(object_tracking_info &info, R::bitmap<R::pixel_y_u8> const &y,
-                                 R::bitmap<R::pixel_cb_u8> const &cb, R::bitmap<R::pixel_cr_u8> const &cr,
+void object_tracking::operator()(object_tracking_info &info, y_bitmap const &y,
+                                 cb_bitmap const &cb, cr_bitmap const &cr,
                                  float aspect_ratio) {
   track(info, y.width / 16, y.height / 16, aspect_ratio, y, cb, cr);
 }
 
-object_tracking_info const object_tracking::operator()(R::bitmap<R::pixel_y_u8> const &y,
-                                                       R::bitmap<R::pixel_cb_u8> const &cb,
-                                                       R::bitmap<R::pixel_cr_u8> const &cr, float aspect_ratio) {
+object_tracking_info const object_tracking::operator()(y_bitmap const &y,
+                                                       cb_bitmap const &cb,
+                                                       cr_bitmap const &cr, float aspect_ratio) {
   object_tracking_info info;
   (*this)(info, y, cb, cr, aspect_ratio);
   return info;
@@ -383,27 +336,8 @@ void object_tracking::operator()(object_tracking_info &info, video::message cons
   }
   video::field_views const v = video::field_views::make(*message, lower_field);
   float const aspect_ratio = message->aspect_ratio();
-  switch (int(v.format)) {
-    case 0:
-    case 1:
-      (*this)(info, v.ycbcr, aspect_ratio);
-      break;
-    case 2:
-      (*this)(info, v.y, v.cb, v.cr, aspect_ratio);
-      break;
-    case 3:
-      (*this)(info, v.ycbcra, aspect_ratio);
-      break;
-    case 4:
-      (*this)(info, v.bgra, aspect_ratio);
-      break;
-    case 5:
-      (*this)(info, v.y, v.cbcr, aspect_ratio);
-      break;
-    default:
-      info = object_tracking_info();
-      break;
-  }
+  if (!detail::visit_layout(v, [&](auto const &...planes) { (*this)(info, planes..., aspect_ratio); }))
+    info = object_tracking_info();
   // Half a line of the field is one line of the frame: the lower field's
   // lines sit that much lower on the picture.
   if (v.lower_field) info.centre().y += 1.0f / float(v.height);

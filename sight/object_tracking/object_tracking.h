@@ -30,7 +30,7 @@
 #include <sight/frame/bitmap.h>
 #include <sight/frame/export.h>
 #include <sight/frame/message.h>
-#include <sight/frame/pixel.h>
+#include <sight/operator/layouts.h>
 #include <sight/object_tracking/object_tracking_data.h>
 #include <sight/object_tracking/object_tracking_info.h>
 
@@ -52,7 +52,7 @@ struct SIGHT_API object_tracking : object_tracking_data {
     float spare_1;  // always 0
   };
 
-  // (R, G, B, 1) in 0..1 to (Y, Cb, Cr, 1) in 0..1, stored by columns.
+  // rgb_to_ycbcr_matrix(): (R, G, B, 1) in 0..1 to (Y, Cb, Cr, 1) in 0..1.
   static glm::mat4 const g_rgb_to_ycbcr;
 
   // All settings at their defaults (enabled false), no grid yet.
@@ -70,29 +70,29 @@ struct SIGHT_API object_tracking : object_tracking_data {
   // Frame entries. `aspect_ratio` is the displayed width over height of the
   // picture; 0 means unknown and takes width / height of the first bitmap.
   // Cells: 8 by 8 pixels (BGRA, YCbCrA), 16 by 8 (4:2:2), 16 by 16 (planes).
-  void operator()(object_tracking_info &info, Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_bgra_u8> const &frame,
+  void operator()(object_tracking_info &info, bgra_bitmap const &frame,
                   float aspect_ratio);
-  object_tracking_info const operator()(Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_bgra_u8> const &frame,
+  object_tracking_info const operator()(bgra_bitmap const &frame,
                                         float aspect_ratio);
   void operator()(object_tracking_info &info,
-                  Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_ycbcra_u8> const &frame, float aspect_ratio);
-  object_tracking_info const operator()(Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_ycbcra_u8> const &frame,
+                  ycbcra_bitmap const &frame, float aspect_ratio);
+  object_tracking_info const operator()(ycbcra_bitmap const &frame,
                                         float aspect_ratio);
   void operator()(object_tracking_info &info,
-                  Tamarind::Rasters::bitmap_422<Tamarind::Rasters::pixel_ycbcr_u8> const &frame, float aspect_ratio);
+                  ycbcr_bitmap const &frame, float aspect_ratio);
   object_tracking_info const operator()(
-      Tamarind::Rasters::bitmap_422<Tamarind::Rasters::pixel_ycbcr_u8> const &frame, float aspect_ratio);
-  void operator()(object_tracking_info &info, Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_y_u8> const &y,
-                  Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cbcr_u8> const &cbcr, float aspect_ratio);
-  object_tracking_info const operator()(Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_y_u8> const &y,
-                                        Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cbcr_u8> const &cbcr,
+      ycbcr_bitmap const &frame, float aspect_ratio);
+  void operator()(object_tracking_info &info, y_bitmap const &y,
+                  cbcr_bitmap const &cbcr, float aspect_ratio);
+  object_tracking_info const operator()(y_bitmap const &y,
+                                        cbcr_bitmap const &cbcr,
                                         float aspect_ratio);
-  void operator()(object_tracking_info &info, Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_y_u8> const &y,
-                  Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cb_u8> const &cb,
-                  Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cr_u8> const &cr, float aspect_ratio);
-  object_tracking_info const operator()(Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_y_u8> const &y,
-                                        Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cb_u8> const &cb,
-                                        Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cr_u8> const &cr,
+  void operator()(object_tracking_info &info, y_bitmap const &y,
+                  cb_bitmap const &cb,
+                  cr_bitmap const &cr, float aspect_ratio);
+  object_tracking_info const operator()(y_bitmap const &y,
+                                        cb_bitmap const &cb,
+                                        cr_bitmap const &cr,
                                         float aspect_ratio);
   // A message: the whole picture or, for an interlaced one, the field that
   // `lower_field` selects. The lower field (also a message of field type 2)
@@ -118,31 +118,31 @@ struct SIGHT_API object_tracking : object_tracking_data {
   void track(object_tracking_info &info, int cells_x, int cells_y, float aspect_ratio, Planes const &...planes);
 
   void setup(int width, int height, int cells_x, int cells_y);
-  void generate_moments(Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_bgra_u8> const &frame);
-  void generate_moments(Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_ycbcra_u8> const &frame);
-  void generate_moments(Tamarind::Rasters::bitmap_422<Tamarind::Rasters::pixel_ycbcr_u8> const &frame);
-  void generate_moments(Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_y_u8> const &y,
-                        Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cbcr_u8> const &cbcr);
-  void generate_moments(Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_y_u8> const &y,
-                        Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cb_u8> const &cb,
-                        Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cr_u8> const &cr);
+  void generate_moments(bgra_bitmap const &frame);
+  void generate_moments(ycbcra_bitmap const &frame);
+  void generate_moments(ycbcr_bitmap const &frame);
+  void generate_moments(y_bitmap const &y,
+                        cbcr_bitmap const &cbcr);
+  void generate_moments(y_bitmap const &y,
+                        cb_bitmap const &cb,
+                        cr_bitmap const &cr);
   void extract_object(moments_type &best);
   void extract_object_impl(moments_type *cell, moments_type &region) const;
   void scale_object(moments_type &m, int width, int height, float aspect_ratio) const;
   void fit_object(object_tracking_info &info, moments_type const &m);
   static void symmetric_eigen_2x2(float a, float b, float d, float &l1, float &l2, glm::vec2 &e1, glm::vec2 &e2);
-  void display_outlines(Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_bgra_u8> &frame, object_tracking_info info,
+  void display_outlines(bgra_bitmap &frame, object_tracking_info info,
                         float aspect_ratio) const;
-  void display_outlines(Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_ycbcra_u8> &frame,
+  void display_outlines(ycbcra_bitmap &frame,
                         object_tracking_info info, float aspect_ratio) const;
-  void display_outlines(Tamarind::Rasters::bitmap_422<Tamarind::Rasters::pixel_ycbcr_u8> &frame,
+  void display_outlines(ycbcr_bitmap &frame,
                         object_tracking_info info, float aspect_ratio) const;
-  void display_outlines(Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_y_u8> &y,
-                        Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cbcr_u8> &cbcr, object_tracking_info info,
+  void display_outlines(y_bitmap &y,
+                        cbcr_bitmap &cbcr, object_tracking_info info,
                         float aspect_ratio) const;
-  void display_outlines(Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_y_u8> &y,
-                        Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cb_u8> &cb,
-                        Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cr_u8> &cr, object_tracking_info info,
+  void display_outlines(y_bitmap &y,
+                        cb_bitmap &cb,
+                        cr_bitmap &cr, object_tracking_info info,
                         float aspect_ratio) const;
 
   std::int32_t cells_x;  // cells across, without the border

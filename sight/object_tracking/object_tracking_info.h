@@ -12,7 +12,7 @@
 #include <glm/vec2.hpp>
 
 #include <sight/frame/export.h>
-#include <sight/object_tracking/object_detected.h>
+#include <sight/operator/object_detected.h>
 
 namespace Korvane::Sight {
 

@@ -6,6 +6,7 @@
 
 #include <sight/frame/rasterize.h>
 #include <sight/object_tracking/object_tracking.h>
+#include <sight/operator/detail/float_to_int.h>
 
 namespace Korvane::Sight {
 
@@ -16,13 +17,9 @@ namespace {
 // Far enough outside any frame that the clipped line shows nothing, and far
 // enough inside int that xr + 1 cannot overflow: a cropping of absurd size
 // (or NaN) still converts to a defined integer.
-constexpr float kFar = 1 << 28;
+constexpr int kFar = 1 << 28;
 
-int to_pixel(float v) {
-  if (!(v > -kFar)) return -int(kFar);
-  if (v > kFar) return int(kFar);
-  return int(v);
-}
+int to_pixel(float v) { return detail::truncate_clamped(v, -kFar, kFar); }
 
 // Draws the eight lines through `draw(p0, p1)`. The second line of each pair
 // lies outside the cropped area, so the area keeps its pixels; end points at
@@ -46,33 +43,33 @@ constexpr R::pixel_ycbcr_u8 kVideoWhite{128, 235, 128, 235};
 
 }  // namespace
 
-void object_tracking::display_outlines(R::bitmap<R::pixel_bgra_u8> &frame, object_tracking_info, float) const {
+void object_tracking::display_outlines(bgra_bitmap &frame, object_tracking_info, float) const {
   draw_cropping(frame.width, frame.height, crop_x_min, crop_x_max, crop_y_min, crop_y_max,
                 [&](int const *p0, int const *p1) {
                   R::rasterize::line(frame, p0, p1, R::pixel_bgra_u8{255, 255, 255, 255});
                 });
 }
 
-void object_tracking::display_outlines(R::bitmap<R::pixel_ycbcra_u8> &frame, object_tracking_info, float) const {
+void object_tracking::display_outlines(ycbcra_bitmap &frame, object_tracking_info, float) const {
   draw_cropping(frame.width, frame.height, crop_x_min, crop_x_max, crop_y_min, crop_y_max,
                 [&](int const *p0, int const *p1) {
                   R::rasterize::line(frame, p0, p1, R::pixel_ycbcra_u8{235, 128, 128, 255});
                 });
 }
 
-void object_tracking::display_outlines(R::bitmap_422<R::pixel_ycbcr_u8> &frame, object_tracking_info, float) const {
+void object_tracking::display_outlines(ycbcr_bitmap &frame, object_tracking_info, float) const {
   draw_cropping(frame.width, frame.height, crop_x_min, crop_x_max, crop_y_min, crop_y_max,
                 [&](int const *p0, int const *p1) { R::rasterize::line(frame, p0, p1, kVideoWhite); });
 }
 
-void object_tracking::display_outlines(R::bitmap<R::pixel_y_u8> &y, R::bitmap<R::pixel_cbcr_u8> &cbcr,
+void object_tracking::display_outlines(y_bitmap &y, cbcr_bitmap &cbcr,
                                        object_tracking_info, float) const {
   draw_cropping(y.width, y.height, crop_x_min, crop_x_max, crop_y_min, crop_y_max,
                 [&](int const *p0, int const *p1) { R::rasterize::line(y, cbcr, p0, p1, kVideoWhite); });
 }
 
-void object_tracking::display_outlines(R::bitmap<R::pixel_y_u8> &y, R::bitmap<R::pixel_cb_u8> &cb,
-                                       R::bitmap<R::pixel_cr_u8> &cr, object_tracking_info, float) const {
+void object_tracking::display_outlines(y_bitmap &y, cb_bitmap &cb,
+                                       cr_bitmap &cr, object_tracking_info, float) const {
   draw_cropping(y.width, y.height, crop_x_min, crop_x_max, crop_y_min, crop_y_max,
                 [&](int const *p0, int const *p1) { R::rasterize::line(y, cb, cr, p0, p1, kVideoWhite); });
 }

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include <sight/operator/detail/member.h>
 #include <sight/super_resolution/line_kernels.h>
 
 namespace Korvane::Sight::super_resolution {
@@ -13,15 +14,6 @@ namespace {
 
 namespace R = Tamarind::Rasters;
 using detail::byte_view;
-using kernel = void (*)(byte_view const &, byte_view const &, std::uint8_t const *);
-
-// Kernel members by [source aligned][destination aligned].
-constexpr kernel shift_members[2][2] = {
-    {detail::shift_half_line<false, false>, detail::shift_half_line<false, true>},
-    {detail::shift_half_line<true, false>, detail::shift_half_line<true, true>}};
-constexpr kernel double_members[2][2] = {
-    {detail::double_lines<false, false>, detail::double_lines<false, true>},
-    {detail::double_lines<true, false>, detail::double_lines<true, true>}};
 
 std::uint8_t *bytes(byte_view const &v) { return reinterpret_cast<std::uint8_t *>(v.data); }
 
@@ -73,10 +65,25 @@ std::uint8_t const *spill_end(byte_view const &d) {
   return bytes(d) + last + d.width;
 }
 
-void run(kernel const (&members)[2][2], byte_view const &s, byte_view const &d,
-         std::uint8_t const *end) {
-  // The aligned test is made on the very views that the kernel gets.
-  members[R::is_aligned(s)][R::is_aligned(d)](s, d, end);
+// The line kernel of an operation, its members picked for the source and the
+// destination apart: the aligned test is made on the very views it gets.
+enum class line_op { shift, twice };
+
+template <line_op Op>
+void run(byte_view const &s, byte_view const &d, std::uint8_t const *end) {
+  using Sight::detail::with_member;
+  with_member(
+      [&](auto sa) {
+        with_member(
+            [&](auto da) {
+              if constexpr (Op == line_op::shift)
+                detail::shift_half_line<sa, da>(s, d, end);
+              else
+                detail::double_lines<sa, da>(s, d, end);
+            },
+            d);
+      },
+      s);
 }
 
 // Any bitmap as bytes: same data, stride and height, the line's byte length
@@ -124,7 +131,7 @@ y_x2 &y_x2::operator=(y_x2 const &) { return *this; }
 
 void y_x2::f0_to_f1(y_bitmap const &source, y_bitmap &destination) {
   byte_view const d = plain(destination);
-  run(shift_members, fit(plain(source), d, 1), d, spill_end(d));
+  run<line_op::shift>(fit(plain(source), d, 1), d, spill_end(d));
 }
 
 // Bottom-up, field 1 becomes a field 0 and the shift runs the other way. Each
@@ -132,7 +139,7 @@ void y_x2::f0_to_f1(y_bitmap const &source, y_bitmap &destination) {
 // its written lines moved as a whole.
 void y_x2::f1_to_f0(y_bitmap const &source, y_bitmap &destination) {
   byte_view const d = reversed(plain(destination));
-  run(shift_members, fit(reversed(plain(source)), d, 1), d, spill_end(d));
+  run<line_op::shift>(fit(reversed(plain(source)), d, 1), d, spill_end(d));
 }
 
 void y_x2::rescale(y_bitmap const &source, y_bitmap &destination, bool is_f0) {
@@ -142,14 +149,14 @@ void y_x2::rescale(y_bitmap const &source, y_bitmap &destination, bool is_f0) {
     return;
   }
   byte_view const d = plain(destination);
-  run(double_members, fit(plain(source), d, 2), d, spill_end(d));
+  run<line_op::twice>(fit(plain(source), d, 2), d, spill_end(d));
 }
 
 // Even lines are read, odd lines written, through two views with the doubled
 // stride on one buffer; they share no line. An odd last line is in neither.
 void y_x2::decomb(y_bitmap &frame) {
   byte_view const f = plain(frame);
-  run(shift_members, field(f, 0), field(f, 1), spill_end(f));
+  run<line_op::shift>(field(f, 0), field(f, 1), spill_end(f));
 }
 
 void y_x2::decomb(y_bitmap const &source, y_bitmap &destination) {
@@ -158,7 +165,7 @@ void y_x2::decomb(y_bitmap const &source, y_bitmap &destination) {
     return;
   }
   byte_view const d = plain(destination);
-  run(double_members, fit(field(plain(source), 0), d, 2), d, spill_end(d));
+  run<line_op::twice>(fit(field(plain(source), 0), d, 2), d, spill_end(d));
 }
 
 void y_x2::f0_to_f1(a_bitmap const &s, a_bitmap &d) { f0_to_f1_bytes(s, d); }

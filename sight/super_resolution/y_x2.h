@@ -34,22 +34,12 @@
 #ifndef SIGHT_SUPER_RESOLUTION_Y_X2_H_
 #define SIGHT_SUPER_RESOLUTION_Y_X2_H_
 
-#include <sight/frame/bitmap.h>
 #include <sight/frame/export.h>
-#include <sight/frame/pixel.h>
+#include <sight/operator/layouts.h>
 
 namespace Korvane::Sight::super_resolution {
 
 struct SIGHT_API y_x2 {
-  using y_bitmap = Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_y_u8>;
-  using a_bitmap = Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_a_u8>;
-  using cb_bitmap = Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cb_u8>;
-  using cr_bitmap = Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cr_u8>;
-  using cbcr_bitmap = Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_cbcr_u8>;
-  using bgra_bitmap = Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_bgra_u8>;
-  using ycbcra_bitmap = Tamarind::Rasters::bitmap<Tamarind::Rasters::pixel_ycbcra_u8>;
-  using ycbcr_bitmap = Tamarind::Rasters::bitmap_422<Tamarind::Rasters::pixel_ycbcr_u8>;
-
   y_x2() = default;
   y_x2(y_x2 const &) = default;
   // There is nothing to assign.

@@ -168,6 +168,7 @@ class extract_test : public ::testing::TestWithParam<extract_case> {
                                           std::vector<ht::plane_buffer> const &planes,
                                           hm::rect r) {
     glm::ivec2 const lt(r.left, r.top), rb(r.right, r.bottom);
+    S::detail::spot_key const key{op.ref_cb_cr, op.ref_tolerance_sq};
     auto const view = [&](auto *type, int i) {
       using P = std::remove_pointer_t<decltype(type)>;
       return R::bitmap<P>{reinterpret_cast<P *>(planes[i].data()), f.width, f.height,
@@ -176,28 +177,28 @@ class extract_test : public ::testing::TestWithParam<extract_case> {
     switch (c.l) {
       case layout::bgra: {
         auto const b = view((R::pixel_bgra_u8 *)nullptr, 0);
-        return c.aligned ? kernels::count_spot_bgra<true>(op, b, lt, rb)
-                         : kernels::count_spot_bgra<false>(op, b, lt, rb);
+        return c.aligned ? kernels::count_spot_bgra<true>(key, b, lt, rb)
+                         : kernels::count_spot_bgra<false>(key, b, lt, rb);
       }
       case layout::ycbcra: {
         auto const b = view((R::pixel_ycbcra_u8 *)nullptr, 0);
-        return c.aligned ? kernels::count_spot_ycbcra<true>(op, b, lt, rb)
-                         : kernels::count_spot_ycbcra<false>(op, b, lt, rb);
+        return c.aligned ? kernels::count_spot_ycbcra<true>(key, b, lt, rb)
+                         : kernels::count_spot_ycbcra<false>(key, b, lt, rb);
       }
       case layout::ycbcr_422: {
         R::bitmap_422<R::pixel_ycbcr_u8> const b{
             reinterpret_cast<R::pixel_ycbcr_u8 *>(planes[0].data()), f.width, f.height,
             planes[0].stride(), false};
-        return c.aligned ? kernels::count_spot_422<true>(op, b, lt, rb)
-                         : kernels::count_spot_422<false>(op, b, lt, rb);
+        return c.aligned ? kernels::count_spot_422<true>(key, b, lt, rb)
+                         : kernels::count_spot_422<false>(key, b, lt, rb);
       }
       case layout::cbcr: {
         auto const b = view((R::pixel_cbcr_u8 *)nullptr, 0);
-        return c.aligned ? kernels::count_spot_cbcr<true>(op, b, lt, rb)
-                         : kernels::count_spot_cbcr<false>(op, b, lt, rb);
+        return c.aligned ? kernels::count_spot_cbcr<true>(key, b, lt, rb)
+                         : kernels::count_spot_cbcr<false>(key, b, lt, rb);
       }
       case layout::cb_cr:
-        return kernels::count_spot_cb_cr(op, view((R::pixel_cb_u8 *)nullptr, 0),
+        return kernels::count_spot_cb_cr(key, view((R::pixel_cb_u8 *)nullptr, 0),
                                          view((R::pixel_cr_u8 *)nullptr, 1), lt, rb);
     }
     return {};

@@ -399,11 +399,11 @@ TEST(hot_spots_test, default_key_pixel_is_one_level_off_the_reference) {
 // so it fires on pure key with any threshold.
 TEST(hot_spots_test, one_column_at_odd_x0_in_422_fires) {
   S::hot_spots op = all_on();
-  kernels::setup(op);
-  picture const key(64, 8, [](int, int) { return false; });
+  S::detail::spot_key const key = kernels::setup(op);
+  picture const plain(64, 8, [](int, int) { return false; });
   for (int x0 : {1, 3, 17, 33}) {
     S::detail::spot_count const c =
-        kernels::count_spot_422<true>(op, key.ycbcr, glm::ivec2(x0, 0), glm::ivec2(x0 + 1, 4));
+        kernels::count_spot_422<true>(key, plain.ycbcr, glm::ivec2(x0, 0), glm::ivec2(x0 + 1, 4));
     EXPECT_FALSE(c.empty) << x0;
     EXPECT_EQ(c.area, 0) << x0;
     EXPECT_EQ(S::detail::decide(c, 64), S::object_found) << x0;
@@ -435,17 +435,17 @@ TEST(hot_spots_test, walk_counts_right_of_the_rectangle) {
       {"planar head to 8 samples", layout::planar, 2, 4, 4, 16, 6, 1},
   };
   S::hot_spots op = all_on();
-  kernels::setup(op);
+  S::detail::spot_key const key = kernels::setup(op);
   for (overrun_case const &c : cases) {
     picture const p(64, 4, [&](int x, int) { return x >= c.c0 && x < c.c1; });
     glm::ivec2 const lt(c.x0, 0), rb(c.x1, 2);
     S::detail::spot_count got{};
     switch (c.l) {
-      case layout::bgra: got = kernels::count_spot_bgra<true>(op, p.bgra, lt, rb); break;
-      case layout::ycbcra: got = kernels::count_spot_ycbcra<true>(op, p.ycbcra, lt, rb); break;
-      case layout::ycbcr_422: got = kernels::count_spot_422<true>(op, p.ycbcr, lt, rb); break;
-      case layout::y_cbcr: got = kernels::count_spot_cbcr<true>(op, p.cbcr, lt, rb); break;
-      case layout::planar: got = kernels::count_spot_cb_cr(op, p.cb, p.cr, lt, rb); break;
+      case layout::bgra: got = kernels::count_spot_bgra<true>(key, p.bgra, lt, rb); break;
+      case layout::ycbcra: got = kernels::count_spot_ycbcra<true>(key, p.ycbcra, lt, rb); break;
+      case layout::ycbcr_422: got = kernels::count_spot_422<true>(key, p.ycbcr, lt, rb); break;
+      case layout::y_cbcr: got = kernels::count_spot_cbcr<true>(key, p.cbcr, lt, rb); break;
+      case layout::planar: got = kernels::count_spot_cb_cr(key, p.cb, p.cr, lt, rb); break;
     }
     EXPECT_EQ(got.count, c.count) << c.name;
     EXPECT_EQ(got.area, c.area) << c.name;

@@ -1,7 +1,7 @@
 // Whether an operator found what it looks for, shared by the tracker's result
 // and by each hot spot.
-#ifndef SIGHT_OBJECT_TRACKING_OBJECT_DETECTED_H_
-#define SIGHT_OBJECT_TRACKING_OBJECT_DETECTED_H_
+#ifndef SIGHT_OPERATOR_OBJECT_DETECTED_H_
+#define SIGHT_OPERATOR_OBJECT_DETECTED_H_
 
 #include <cstdint>
 
@@ -15,4 +15,4 @@ enum e_object_detected : std::int32_t {
 
 }  // namespace Korvane::Sight
 
-#endif  // SIGHT_OBJECT_TRACKING_OBJECT_DETECTED_H_
+#endif  // SIGHT_OPERATOR_OBJECT_DETECTED_H_
