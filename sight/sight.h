@@ -28,6 +28,9 @@
 #include <sight/object_tracking/object_tracking.h>
 #include <sight/object_tracking/object_tracking_data.h>
 #include <sight/object_tracking/object_tracking_info.h>
+#include <sight/object_tracking_2/object_tracking_2.h>
+#include <sight/object_tracking_2/object_tracking_2_data.h>
+#include <sight/object_tracking_2/object_tracking_2_info.h>
 #include <sight/super_resolution/y_x2.h>
 
 #endif  // SIGHT_SIGHT_H_
