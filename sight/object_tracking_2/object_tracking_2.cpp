@@ -139,6 +139,10 @@ int object_tracking_2::chamfer_pass_2(int *const position) {
 
 void object_tracking_2::operator()(object_tracking_2_info &, ycbcr_bitmap const &frame, float) {
   if (!enabled()) return;
+  if (draw_star(frame) && !write_frame<R::pixel_bgra_u8>(frame)) write_frame<R::pixel_bgr_u8>(frame);
+}
+
+bool object_tracking_2::draw_star(ycbcr_bitmap const &frame) {
   int const width = frame.width, height = frame.height;
   int const cols = width / 16, rows = height / 8;
   setup(cols, rows);
@@ -148,7 +152,7 @@ void object_tracking_2::operator()(object_tracking_2_info &, ycbcr_bitmap const 
 
   int position[2];
   int const m = chamfer_pass_2(position);
-  if (m < 2) return;
+  if (m < 2) return false;
 
   // The 4 is the same on both axes although a block is 16 wide.
   int const centre[2] = {position[0] * 16 + 4, position[1] * 8 + 4};
@@ -172,8 +176,7 @@ void object_tracking_2::operator()(object_tracking_2_info &, ycbcr_bitmap const 
   target.owned = false;
   R::pixel_ycbcr_u8 const white{128, 255, 128, 255};
   for (int i = 0; i < no_directions; ++i) R::rasterize::line(target, centre, g_outline[i], white);
-
-  if (!write_frame<R::pixel_bgra_u8>(frame)) write_frame<R::pixel_bgr_u8>(frame);
+  return true;
 }
 
 object_tracking_2_info const object_tracking_2::operator()(ycbcr_bitmap const &frame, float aspect_ratio) {

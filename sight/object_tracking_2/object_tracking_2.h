@@ -78,6 +78,9 @@ struct SIGHT_API object_tracking_2 : object_tracking_2_data {
   // equal cells the lowest, then the rightmost wins. The first line and
   // column of blocks are not visited and never chosen.
   int chamfer_pass_2(int *const position);
+  // The frame call up to the picture: set-up, both passes, the rays and the
+  // star. True when it drew, that is when the deepest block's m is 2 or more.
+  bool draw_star(ycbcr_bitmap const &frame);
 
   __m128i key_cbcr;   // (key_cr << 16) | key_cb in every lane
   int key_cb;         // 8-bit chroma of the key colour

@@ -44,6 +44,9 @@ struct scan_case {
   int width, height, pad, offset;
   bool aligned;
 };
+void PrintTo(scan_case const &c, std::ostream *os) {
+  *os << c.width << "x" << c.height << " pad " << c.pad << " offset " << c.offset << (c.aligned ? " aligned" : "");
+}
 
 class scan_test : public ::testing::TestWithParam<scan_case> {};
 

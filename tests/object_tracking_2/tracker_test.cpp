@@ -52,6 +52,7 @@ struct scene {
   std::vector<std::array<int, 4>> regions;  // in blocks: x, y, across, down
   int m, bx, by;                            // m 0: nothing drawn; -1: what the model finds
 };
+void PrintTo(scene const &s, std::ostream *os) { *os << s.name; }
 
 // Key-coloured blocks (within 4 of the key per pair) on a backdrop far from it.
 void paint(test_frame &f, scene const &s) {
