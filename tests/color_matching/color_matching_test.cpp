@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -18,15 +19,17 @@
 #include "color_matching/procamp_model.h"
 
 // Counting stand-ins for the pixel layer's allocator (this program only), so
-// that the tests see when the search makes and gives back its scratch picture.
+// that the tests see when the search makes and gives back its scratch picture;
+// new memory is filled with `garbage`.
 namespace alloc_count {
-int made = 0, freed = 0;
+int made = 0, freed = 0, garbage = 0;
 }
 namespace Tamarind::Rasters::mem {
 void *alloc(std::uint64_t size, std::uint64_t alignment) {
   void *p = nullptr;
   ++alloc_count::made;
-  return posix_memalign(&p, std::size_t(alignment < 8 ? 8 : alignment), std::size_t(size)) == 0 ? p : nullptr;
+  if (posix_memalign(&p, std::size_t(alignment < 8 ? 8 : alignment), std::size_t(size)) != 0) return nullptr;
+  return std::memset(p, alloc_count::garbage, std::size_t(size));
 }
 void free(void const *p) {
   alloc_count::freed += p != nullptr;
@@ -153,6 +156,82 @@ INSTANTIATE_TEST_SUITE_P(sizes, statistics_test,
 TEST(statistics_test, empty_pictures_give_nan) {
   for (ycbcr_bitmap const b : {ycbcr_bitmap{}, ycbcr_bitmap{nullptr, 0, 4, 16, false}, ycbcr_bitmap{nullptr, 6, 0, 16, false}})
     for (float f : fields(stats(b))) EXPECT_TRUE(std::isnan(f));
+}
+
+// The search with `flag` both ways, on fresh memory of different contents:
+// bit-identical settings, every scratch picture given back; `made` is how
+// many were allocated.
+std::vector<float> settings_of(picture &p, picture &reference, int made) {
+  std::vector<float> result[2];
+  for (bool flag : {false, true}) {
+    alloc_count::made = alloc_count::freed = 0;
+    alloc_count::garbage = flag ? 0xFF : 0;
+    color_matching const m(p.bitmap(), reference.bitmap(), flag);
+    EXPECT_EQ(alloc_count::made, made);
+    EXPECT_EQ(alloc_count::freed, made);
+    result[flag] = {m.brightness(), m.contrast(), m.saturation(), m.u_offset(), m.v_offset()};
+  }
+  EXPECT_EQ(0, std::memcmp(result[0].data(), result[1].data(), 5 * sizeof(float))) << "flag or garbage changed it";
+  return result[0];
+}
+
+// Statistics of `p` corrected by the model with settings `s`.
+std::vector<float> corrected(picture &p, std::vector<float> const &s) {
+  picture out = p;
+  procamp_model::apply({s[0], s[1], s[2], s[3], s[4]}, p.data(), p.stride, p.width, p.height, out.data(), out.stride);
+  return fields(stats(out.bitmap()));
+}
+
+TEST(color_matching_test, identical_pictures_stop_at_once_without_a_scratch_picture) {
+  std::mt19937 rng(7);
+  picture p(33, 9, 68, 4), same(33, 9, 84, 8);
+  p.fill(rng);
+  for (int y = 0; y < 9; ++y) std::memcpy(same.data() + y * same.stride, p.data() + y * p.stride, 68);
+  EXPECT_EQ(settings_of(p, same, 0), (std::vector<float>{0, 1, 1, 0, 0}));
+}
+
+// A luma gain of 1.15 and a chroma gain of 1.1 with two offsets settle in a few
+// passes where the picture, corrected by the settings, measures like the
+// reference; with a luma gain of 2 the brightness still swings after 20.
+TEST(color_matching_test, moderate_gains_settle_and_a_gain_of_two_does_not) {
+  for (float gain : {1.15f, 2.0f}) {
+    std::mt19937 rng(11), same(11);
+    picture p(63, 32, 128), reference(63, 32, 128);
+    p.fill(rng, [](int c, int r) { return c % 2 ? 60 + r % 60 : 80 + r % 96; });
+    reference.fill(same, [&](int c, int r) {
+      return c % 2 ? int(std::lround(gain * float(60 + r % 60) + 40 - 60 * gain)) : int(std::lround(1.1 * (r % 96 - 48))) + 120 + c * 6;
+    });
+    std::vector<float> const s = settings_of(p, reference, 1), got = corrected(p, s), want = fields(stats(reference.bitmap()));
+    float off = 0;
+    for (int i = 0; i < 6; ++i) off = std::max(off, std::fabs(got[std::size_t(i)] - want[std::size_t(i)]));
+    EXPECT_EQ(off < 0.004f, gain < 1.5f) << "gain " << gain << ": statistics off by " << off;
+    EXPECT_NEAR(s[1], gain, 0.03f);
+    EXPECT_NEAR(s[2], 1.1f, 0.01f);
+  }
+}
+
+// Flat channels: a grey picture has no chroma deviation (0 / 0), a black
+// luma none in the picture (x / 0) or in the reference (contrast 0, then
+// 0 / 0); an empty picture gives NaN statistics. Bytes: which settings end
+// non-finite. An empty picture makes no scratch picture.
+TEST(color_matching_test, flat_and_empty_pictures_give_non_finite_settings) {
+  struct degenerate {
+    int flat_channels;  // bit c: channel c of the picture is flat; bit 4 + c: of the reference
+    int width, made;
+    std::vector<bool> non_finite;
+  } const cases[] = {{0b0101, 16, 1, {false, false, true, true, true}},
+                     {0b1010, 16, 1, {true, true, false, false, false}},
+                     {0b1010 << 4, 16, 1, {true, true, false, false, false}},
+                     {0, 0, 0, {true, true, true, true, true}}};
+  for (degenerate const &d : cases) {
+    std::mt19937 rng(3);
+    picture p(d.width, 8, 32), reference(d.width, 8, 32);
+    p.fill(rng, [&](int c, int r) { return d.flat_channels >> c & 1 ? (c % 2 ? 0 : 128) : r; });
+    reference.fill(rng, [&](int c, int r) { return d.flat_channels >> (4 + c) & 1 ? 0 : r; });
+    std::vector<float> const s = settings_of(p, reference, d.made);
+    for (int i = 0; i < 5; ++i)
+      EXPECT_EQ(!std::isfinite(s[std::size_t(i)]), d.non_finite[std::size_t(i)]) << "setting " << i << " flat " << d.flat_channels;
+  }
 }
 
 }  // namespace
