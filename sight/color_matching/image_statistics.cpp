@@ -15,46 +15,61 @@ namespace {
 // The float nearest to 1/255.
 constexpr float unit = 1.0f / 255.0f;
 
+// v * unit for every byte, the same float products the formulas take, looked
+// up instead of converted and multiplied per sample.
+struct unit_table {
+  float of[256];
+  constexpr unit_table() : of() {
+    for (int v = 0; v < 256; ++v) of[v] = float(v) * unit;
+  }
+};
+constexpr unit_table scaled;
+
 }  // namespace
 
-color_matching::image_statistics::image_statistics(ycbcr_bitmap const &picture)
-    : y_mean(0.0f), cb_mean(0.0f), cr_mean(0.0f), y_variance(0.0f), cb_variance(0.0f), cr_variance(0.0f) {
+// The sums run in locals that stand for the fields one for one (the same
+// float operations in the same order); kept in registers, the three chains
+// of a pass advance side by side in one walk over the picture.
+color_matching::image_statistics::image_statistics(ycbcr_bitmap const &picture) {
+  float const *const k = scaled.of;
+  float y_sum = 0.0f, cb_sum = 0.0f, cr_sum = 0.0f;
   // Every macro-pixel whose start lies before 2 * width bytes: an odd width
   // counts its last macro-pixel, the extra luma included.
   std::int64_t const bytes = 2 * std::int64_t(picture.width);
   for (std::int32_t y = 0; y < picture.height; ++y) {
     auto const *p = reinterpret_cast<std::uint8_t const *>(R::line(picture, y));
     for (std::int64_t x = 0; x < bytes; x += 4) {
-      float const cb = p[x], y0 = p[x + 1], cr = p[x + 2], y1 = p[x + 3];
-      y_mean += y1 * unit + y0 * unit;
+      y_sum += k[p[x + 3]] + k[p[x + 1]];
       // One chroma sample stands for two pixels.
-      cb_mean += cb * unit * 2.0f;
-      cr_mean += cr * unit * 2.0f;
+      cb_sum += k[p[x]] * 2.0f;
+      cr_sum += k[p[x + 2]] * 2.0f;
     }
   }
   // The pixel count in 32-bit arithmetic (wrapping rather than undefined
   // past its range); empty pictures give 1/0 = infinity and 0 * inf = NaN.
   std::int32_t const n = std::int32_t(std::uint32_t(picture.height) * std::uint32_t(picture.width));
   float const inverse = 1.0f / float(n);
-  y_mean *= inverse;
-  cb_mean *= inverse;
-  cr_mean *= inverse;
+  float const y_m = y_sum * inverse, cb_m = cb_sum * inverse, cr_m = cr_sum * inverse;
+  float y_var = 0.0f, cb_var = 0.0f, cr_var = 0.0f;
   for (std::int32_t y = 0; y < picture.height; ++y) {
     auto const *p = reinterpret_cast<std::uint8_t const *>(R::line(picture, y));
     for (std::int64_t x = 0; x < bytes; x += 4) {
-      float const d0 = float(p[x + 1]) * unit - y_mean;
-      float const d1 = float(p[x + 3]) * unit - y_mean;
-      float const dcb = float(p[x]) * unit - cb_mean;
-      float const dcr = float(p[x + 2]) * unit - cr_mean;
-      y_variance += d1 * d1 + d0 * d0;
-      cb_variance += (dcb * 2.0f) * dcb;
-      cr_variance += (dcr * 2.0f) * dcr;
+      float const d0 = k[p[x + 1]] - y_m;
+      float const d1 = k[p[x + 3]] - y_m;
+      float const dcb = k[p[x]] - cb_m;
+      float const dcr = k[p[x + 2]] - cr_m;
+      y_var += d1 * d1 + d0 * d0;
+      cb_var += (dcb * 2.0f) * dcb;
+      cr_var += (dcr * 2.0f) * dcr;
     }
   }
+  y_mean = y_m;
+  cb_mean = cb_m;
+  cr_mean = cr_m;
   // Population variances: divided by the pixel count, not one less.
-  y_variance *= inverse;
-  cb_variance *= inverse;
-  cr_variance *= inverse;
+  y_variance = y_var * inverse;
+  cb_variance = cb_var * inverse;
+  cr_variance = cr_var * inverse;
 }
 
 color_matching::image_statistics::image_statistics(image_statistics const &other) { *this = other; }

@@ -3,6 +3,7 @@
 #include <sight/color_matching/procamp_kernels.h>
 #include <sight/frame/simd_kernels.h>
 
+#include <emmintrin.h>  // _mm_loadh_pd
 #include <smmintrin.h>  // _mm_blend_epi16, _mm_round_ps
 #include <xmmintrin.h>  // _mm_prefetch
 
@@ -31,22 +32,35 @@ void fill_table(std::int16_t (&table)[256][4], __m128 value, __m128 const step) 
   }
 }
 
-inline __m128i row(std::int16_t const (&table)[256][4], unsigned i) {
-  return _mm_loadl_epi64(reinterpret_cast<__m128i const *>(table[i]));
+// Entries i and j of a table in the low and high halves of one register:
+// a load and a load into the high half (movhps), no separate shuffle.
+inline __m128i rows(std::int16_t const (&table)[256][4], unsigned i, unsigned j) {
+  __m128i const low = _mm_loadl_epi64(reinterpret_cast<__m128i const *>(table[i]));
+  return _mm_castpd_si128(_mm_loadh_pd(_mm_castsi128_pd(low), reinterpret_cast<double const *>(table[j])));
 }
 
-// The lanes of the macro-pixels in words w0 (low half) and w1 (high half),
-// before the shift. The luma lanes 0, 1 come from the first luma's entry and
-// lanes 2, 3 from the second's: one blend per pair.
-inline __m128i pair_sum(procamp_tables const &t, std::uint32_t w0, std::uint32_t w1) {
-  __m128i const cb = _mm_unpacklo_epi64(row(t.cb, w0 & 255), row(t.cb, w1 & 255));
-  __m128i const cr = _mm_unpacklo_epi64(row(t.cr, (w0 >> 16) & 255), row(t.cr, (w1 >> 16) & 255));
-  __m128i const first = _mm_unpacklo_epi64(row(t.luma, (w0 >> 8) & 255), row(t.luma, (w1 >> 8) & 255));
-  __m128i const second = _mm_unpacklo_epi64(row(t.luma, w0 >> 24), row(t.luma, w1 >> 24));
+// The lanes of two macro-pixels (the low and high 32 bits of w) before the
+// shift. The luma lanes 0, 1 come from the first luma's entry and lanes 2, 3
+// from the second's: one blend per pair.
+inline __m128i pair_sum(procamp_tables const &t, std::uint64_t w) {
+  unsigned const cb0 = unsigned(w) & 255, y00 = unsigned(w >> 8) & 255, cr0 = unsigned(w >> 16) & 255,
+                 y10 = unsigned(w >> 24) & 255, cb1 = unsigned(w >> 32) & 255, y01 = unsigned(w >> 40) & 255,
+                 cr1 = unsigned(w >> 48) & 255, y11 = unsigned(w >> 56);
+  __m128i const cb = rows(t.cb, cb0, cb1);
+  __m128i const cr = rows(t.cr, cr0, cr1);
+  __m128i const first = rows(t.luma, y00, y01);
+  __m128i const second = rows(t.luma, y10, y11);
   return _mm_adds_epi16(_mm_adds_epi16(cb, cr), _mm_blend_epi16(first, second, 0xCC));
 }
 
-inline std::uint32_t read_word(std::uint8_t const *p) {
+// Two 32-bit source words as one 64-bit read.
+inline std::uint64_t read_words(std::uint8_t const *p) {
+  std::uint64_t w;
+  std::memcpy(&w, p, 8);
+  return w;
+}
+
+inline std::uint64_t read_word(std::uint8_t const *p) {
   std::uint32_t w;
   std::memcpy(&w, p, 4);
   return w;
@@ -90,13 +104,13 @@ void apply_procamp_422(procamp_tables const &tables, ycbcr_bitmap const &source,
     for (; x + 16 <= bytes; x += 16) {
       std::int64_t const ahead = x + 256 < bytes ? x + 256 : bytes - 1;
       _mm_prefetch(reinterpret_cast<char const *>(s + ahead), _MM_HINT_NTA);
-      __m128i const lo = pair_sum(tables, read_word(s + x), read_word(s + x + 4));
-      __m128i const hi = pair_sum(tables, read_word(s + x + 8), read_word(s + x + 12));
+      __m128i const lo = pair_sum(tables, read_words(s + x));
+      __m128i const hi = pair_sum(tables, read_words(s + x + 8));
       // The arithmetic shift floors; the unsigned pack clamps to 0..255.
       simd::store<Aligned>(d + x, _mm_packus_epi16(_mm_srai_epi16(lo, 5), _mm_srai_epi16(hi, 5)));
     }
     for (; x + 4 <= bytes; x += 4) {
-      __m128i const v = _mm_srai_epi16(pair_sum(tables, read_word(s + x), 0), 5);
+      __m128i const v = _mm_srai_epi16(pair_sum(tables, read_word(s + x)), 5);
       std::int32_t const out = _mm_cvtsi128_si32(_mm_packus_epi16(v, v));
       std::memcpy(d + x, &out, 4);
     }

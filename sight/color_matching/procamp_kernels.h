@@ -49,14 +49,15 @@ void make_procamp_tables(procamp_settings const &settings, procamp_tables &table
 //   sum = cb[cb] + cr[cr]; lanes 0, 1 add luma[y0], lanes 2, 3 add luma[y1]
 //   byte = clamp(sum >> 5, 0, 255)    (arithmetic shift: floors)
 // Lines 0 to source.height - 1; along a line over 2 * source.width bytes,
-// four macro-pixels a step while 16 bytes remain, then one while 4 remain, so
-// an odd width leaves the 2 bytes of the last macro-pixel's start unread and
-// its 4 destination bytes unwritten. Of `destination` only data and stride
-// are used. Source is read in 32-bit words (any alignment); each four-macro-
-// pixel step issues a non-temporal prefetch 256 bytes ahead in the source
-// line, held inside the line. Aligned: 16-byte stores, which need the
-// destination's data and |stride| multiples of 16 (asserted). The two members
-// give the same bytes.
+// four macro-pixels a step while 16 bytes remain, then one while 4 remain.
+// An odd width thus leaves each line's last macro-pixel (only 2 of its bytes
+// lie within 2 * width) unread and its 4 destination bytes unwritten. Of
+// `destination` only data and stride are used. The source is read in 32-bit
+// words at any alignment (two at a time in the four-macro-pixel steps, never
+// past them); each four-macro-pixel step issues a non-temporal prefetch 256
+// bytes ahead in the source line, held inside the line. Aligned: 16-byte
+// aligned stores, which need the destination's data and |stride| to be
+// multiples of 16 (asserted). The two members give the same bytes.
 template <bool Aligned>
 void apply_procamp_422(procamp_tables const &tables, ycbcr_bitmap const &source,
                        ycbcr_bitmap const &destination);
