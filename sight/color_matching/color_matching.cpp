@@ -87,6 +87,12 @@ color_matching::color_matching(ycbcr_bitmap const &picture, ycbcr_bitmap const &
   }
 }
 
+float color_matching::brightness() const { return brightness_; }
+float color_matching::contrast() const { return contrast_; }
+float color_matching::saturation() const { return saturation_; }
+float color_matching::u_offset() const { return u_offset_; }
+float color_matching::v_offset() const { return v_offset_; }
+
 void color_matching::apply_procamp(ycbcr_bitmap const &source, ycbcr_bitmap &destination) {
   detail::procamp_tables tables;
   detail::make_procamp_tables({brightness_, contrast_, saturation_, u_offset_, v_offset_}, tables);

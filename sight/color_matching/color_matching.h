@@ -59,14 +59,14 @@ struct SIGHT_API color_matching {
   color_matching &operator=(color_matching const &) = default;
 
   // Luma offset, added before the gain, in normalised units.
-  float brightness() const { return brightness_; }
+  float brightness() const;
   // Luma gain.
-  float contrast() const { return contrast_; }
+  float contrast() const;
   // Gain of Cb and Cr about 0.5.
-  float saturation() const { return saturation_; }
+  float saturation() const;
   // Offsets of Cb and Cr, added before the gain, in normalised units.
-  float u_offset() const { return u_offset_; }
-  float v_offset() const { return v_offset_; }
+  float u_offset() const;
+  float v_offset() const;
 
  private:
   // Writes `source` corrected by the current settings into `destination`
