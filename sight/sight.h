@@ -20,6 +20,7 @@
 #include <sight/operator/object_detected.h>
 
 // Operators.
+#include <sight/color_matching/color_matching.h>
 #include <sight/corner/detection.h>
 #include <sight/corner/threshold.h>
 #include <sight/hot_spots/hot_spots.h>
