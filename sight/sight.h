@@ -28,6 +28,7 @@
 #include <sight/object_tracking/object_tracking.h>
 #include <sight/object_tracking/object_tracking_data.h>
 #include <sight/object_tracking/object_tracking_info.h>
+#include <sight/perspective/perspective.h>
 #include <sight/super_resolution/y_x2.h>
 
 #endif  // SIGHT_SIGHT_H_
