@@ -32,6 +32,7 @@
 #include <sight/object_tracking_2/object_tracking_2.h>
 #include <sight/object_tracking_2/object_tracking_2_data.h>
 #include <sight/object_tracking_2/object_tracking_2_info.h>
+#include <sight/perspective/perspective.h>
 #include <sight/super_resolution/y_x2.h>
 
 #endif  // SIGHT_SIGHT_H_
