@@ -3,12 +3,13 @@
 #include <sight/motion/motion_kernels.h>
 #include <sight/frame/simd_kernels.h>
 
-#include <smmintrin.h>  // _mm_mullo_epi32, _mm_cvtepu8_epi32, _mm_blend_ps
+#include <smmintrin.h>  // _mm_mullo_epi32, _mm_cvtepu8_epi32, _mm_insert_ps
 
 #include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 namespace Korvane::Sight::motion::detail {
 
@@ -16,12 +17,12 @@ namespace {
 
 using simd::load;
 
-// The fifteen chains, lane by lane:
-//   ab: ja·ja ja·jb ja·gx ja·gy     cd: jb·jb jb·gx jb·gy gx·gx
-//   g:  ja·e  jb·e  gx·e  gy·e      rest: gx·gy gy·gy E (unused)
+// The fifteen chains, lane by lane (h as in normal_sums):
+//   top: h0 h1 h2 h3 (ja·ja ja·jb ja·gx ja·gy)   mid: E h4 h5 h9
+//   low: h6 h7 h8 (unused)                         g:   g0 g1 g2 g3
 struct chains {
-  __m128 ab = _mm_setzero_ps(), cd = _mm_setzero_ps(), g = _mm_setzero_ps(),
-         rest = _mm_setzero_ps();
+  __m128 top = _mm_setzero_ps(), mid = _mm_setzero_ps(), low = _mm_setzero_ps(),
+         g = _mm_setzero_ps();
 };
 
 template <int I0, int I1, int I2, int I3>
@@ -29,20 +30,33 @@ inline __m128i pick(__m128i v) {
   return _mm_shuffle_epi32(v, _MM_SHUFFLE(I3, I2, I1, I0));
 }
 
-// Pixel K of a group of four: j is its (ja, jb, gx, gy), e4 and energy4
-// hold e and (e·0.5)·e of the group's four pixels. The products wrap in
-// 32 bits (pmulld keeps the low half), as the sums require.
+// One pixel: j is its (ja, jb, gx, gy), e4 holds e of its group of four
+// (it is lane K), energy its (e·0.5)·e. The products wrap in 32 bits
+// (pmulld keeps the low half), as the sums require.
 template <int K>
-inline void add_pixel(chains &c, __m128i j, __m128i e4, __m128 energy4) {
-  __m128i const ab = _mm_mullo_epi32(pick<0, 0, 0, 0>(j), j);
-  __m128i const cd = _mm_mullo_epi32(pick<1, 1, 1, 2>(j), pick<1, 2, 3, 2>(j));
+inline void add_pixel(chains &c, __m128i j, __m128i e4, float const *energy) {
+  __m128i const top = _mm_mullo_epi32(pick<0, 0, 0, 0>(j), j);
+  __m128i const mid = _mm_mullo_epi32(pick<1, 1, 1, 3>(j), j);
+  __m128i const low = _mm_mullo_epi32(pick<1, 2, 2, 2>(j), pick<3, 2, 3, 3>(j));
   __m128i const g = _mm_mullo_epi32(pick<K, K, K, K>(e4), j);
-  __m128i const rest = _mm_mullo_epi32(pick<2, 3, 3, 3>(j), pick<3, 3, 3, 3>(j));
-  __m128 const energy = _mm_shuffle_ps(energy4, energy4, _MM_SHUFFLE(K, K, K, K));
-  c.ab = _mm_add_ps(c.ab, _mm_cvtepi32_ps(ab));
-  c.cd = _mm_add_ps(c.cd, _mm_cvtepi32_ps(cd));
+  c.top = _mm_add_ps(c.top, _mm_cvtepi32_ps(top));
+  // Lane 0 of mid is a second ja·jb; the energy takes its place.
+  c.mid = _mm_add_ps(c.mid, _mm_insert_ps(_mm_cvtepi32_ps(mid), _mm_load_ss(energy), 0x00));
+  c.low = _mm_add_ps(c.low, _mm_cvtepi32_ps(low));
   c.g = _mm_add_ps(c.g, _mm_cvtepi32_ps(g));
-  c.rest = _mm_add_ps(c.rest, _mm_blend_ps(_mm_cvtepi32_ps(rest), energy, 0x4));
+}
+
+// The terms of up to 16 pixels, from the first pass over a block to the
+// second: (ja, jb, gx, gy) of each pixel, e by groups of four, the energies.
+struct block_terms {
+  __m128i j[16];
+  __m128i e[4];
+  alignas(16) float energy[16];
+};
+
+template <int... I>
+inline void add_pixels(chains &c, block_terms const &t, std::integer_sequence<int, I...>) {
+  (add_pixel<I % 4>(c, t.j[I], t.e[I / 4], t.energy + I), ...);
 }
 
 // Everything a line needs that does not change along it.
@@ -57,10 +71,13 @@ struct line_constants {
 
 // Up to 16 pixels from column x on: cur holds first(x..x+15, y), right
 // first(x+1..x+16, y), below first(x..x+15, y+1); only the first n pixels
-// (n >= 1) are used. The debug pixels go to out, 16-byte aligned.
+// (n >= 1) are used; Whole says n is 16. The debug pixels go to out, 16-byte
+// aligned.
+template <bool Whole>
 inline void run_block(chains &c, line_constants const &k, int x, int n, __m128i cur, __m128i right,
                       __m128i below, std::uint8_t *out) {
-  for (int q = 0; q < 4 && q * 4 < n; ++q) {
+  block_terms t;
+  for (int q = 0; q < 4 && (Whole || q * 4 < n); ++q) {
     __m128i const p0 = _mm_cvtepu8_epi32(cur);
     __m128i const gx = _mm_sub_epi32(_mm_cvtepu8_epi32(right), p0);
     __m128i const gy = _mm_sub_epi32(_mm_cvtepu8_epi32(below), p0);
@@ -101,12 +118,30 @@ inline void run_block(chains &c, line_constants const &k, int x, int n, __m128i 
     // (ja, jb, gx, gy) of each pixel, a 4x4 transpose.
     __m128i const lo_ab = _mm_unpacklo_epi32(ja, jb), lo_xy = _mm_unpacklo_epi32(gx, gy);
     __m128i const hi_ab = _mm_unpackhi_epi32(ja, jb), hi_xy = _mm_unpackhi_epi32(gx, gy);
-    int const m = n - 4 * q;
-    add_pixel<0>(c, _mm_unpacklo_epi64(lo_ab, lo_xy), e, energy);
-    if (m > 1) add_pixel<1>(c, _mm_unpackhi_epi64(lo_ab, lo_xy), e, energy);
-    if (m > 2) add_pixel<2>(c, _mm_unpacklo_epi64(hi_ab, hi_xy), e, energy);
-    if (m > 3) add_pixel<3>(c, _mm_unpackhi_epi64(hi_ab, hi_xy), e, energy);
+    t.j[4 * q] = _mm_unpacklo_epi64(lo_ab, lo_xy);
+    t.j[4 * q + 1] = _mm_unpackhi_epi64(lo_ab, lo_xy);
+    t.j[4 * q + 2] = _mm_unpacklo_epi64(hi_ab, hi_xy);
+    t.j[4 * q + 3] = _mm_unpackhi_epi64(hi_ab, hi_xy);
+    t.e[q] = e;
+    _mm_store_ps(t.energy + 4 * q, energy);
   }
+  // The chains in pixel order, apart from the pass above and on a local
+  // copy, so that the four sums stay in registers: the latency of their
+  // additions is what bounds the pass.
+  chains l = c;
+  if constexpr (Whole) {
+    add_pixels(l, t, std::make_integer_sequence<int, 16>{});
+  } else {
+    for (int i = 0; i < n; ++i) {
+      switch (i % 4) {
+        case 0: add_pixel<0>(l, t.j[i], t.e[i / 4], t.energy + i); break;
+        case 1: add_pixel<1>(l, t.j[i], t.e[i / 4], t.energy + i); break;
+        case 2: add_pixel<2>(l, t.j[i], t.e[i / 4], t.energy + i); break;
+        default: add_pixel<3>(l, t.j[i], t.e[i / 4], t.energy + i); break;
+      }
+    }
+  }
+  c = l;
 }
 
 }  // namespace
@@ -139,26 +174,26 @@ normal_sums accumulate(y_bitmap const &first, y_bitmap const &second, similarity
     int x = 0;
     // Whole blocks read columns x..x+16, all inside the line.
     for (; x + 16 < w; x += 16)
-      run_block(c, k, x, 16, load<Aligned>(row + x), load<false>(row + x + 1),
+      run_block<true>(c, k, x, 16, load<Aligned>(row + x), load<false>(row + x + 1),
                 load<Aligned>(next + x), out + 4 * x);
     int const n = w - 1 - x;
     if (n > 0) {
       alignas(16) std::uint8_t cur[32] = {}, below[16] = {}, pixels[64];
       std::memcpy(cur, row + x, std::size_t(n) + 1);
       std::memcpy(below, next + x, std::size_t(n));
-      run_block(c, k, x, n, load<true>(cur), load<false>(cur + 1), load<true>(below), pixels);
+      run_block<false>(c, k, x, n, load<true>(cur), load<false>(cur + 1), load<true>(below), pixels);
       std::memcpy(out + 4 * x, pixels, std::size_t(n) * 4);
     }
   }
 
-  alignas(16) float ab[4], cd[4], g[4], rest[4];
-  _mm_store_ps(ab, c.ab);
-  _mm_store_ps(cd, c.cd);
+  alignas(16) float top[4], mid[4], low[4], g[4];
+  _mm_store_ps(top, c.top);
+  _mm_store_ps(mid, c.mid);
+  _mm_store_ps(low, c.low);
   _mm_store_ps(g, c.g);
-  _mm_store_ps(rest, c.rest);
-  return {{ab[0], ab[1], ab[2], ab[3], cd[0], cd[1], cd[2], cd[3], rest[0], rest[1]},
+  return {{top[0], top[1], top[2], top[3], mid[1], mid[2], low[0], low[1], low[2], mid[3]},
           {g[0], g[1], g[2], g[3]},
-          rest[2]};
+          mid[0]};
 }
 
 template normal_sums accumulate<true>(y_bitmap const &, y_bitmap const &, similarity const &,
