@@ -66,28 +66,14 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         suppression_case{"tie_in_a_row_keeps_the_right_one", {{10, 10, 5}, {11, 10, 5}}, {{11, 10}}},
         suppression_case{"tie_in_a_column_keeps_the_lower_one", {{10, 10, 5}, {10, 11, 5}}, {{10, 11}}},
-        suppression_case{"rising_run_keeps_its_last",
-                         {{10, 10, 1}, {11, 10, 2}, {12, 10, 3}, {13, 10, 4}, {14, 10, 5}},
-                         {{14, 10}}},
         suppression_case{"falling_run_keeps_every_second_from_the_first",
                          {{10, 10, 5}, {11, 10, 4}, {12, 10, 3}, {13, 10, 2}, {14, 10, 1}},
                          {{10, 10}, {12, 10}, {14, 10}}},
-        suppression_case{"rows_two_apart_do_not_meet",
-                         {{10, 10, 5}, {30, 11, 1}, {10, 12, 9}},
-                         {{10, 10}, {30, 11}, {10, 12}}},
         suppression_case{"rows_with_an_empty_row_between_do_not_meet",
                          {{10, 10, 5}, {9, 12, 1}, {10, 12, 9}},
                          {{10, 10}, {10, 12}}},
-        suppression_case{"diagonal_neighbours_below_meet",
-                         {{10, 10, 5}, {9, 11, 3}, {11, 11, 4}},
-                         {{10, 10}}},
-        suppression_case{"upper_right_and_lower_left_meet_through_the_lower",
-                         {{11, 10, 2}, {10, 11, 3}},
-                         {{10, 11}}},
-        // Right first: the corner removes it, then loses below; the removal stays.
-        suppression_case{"a_win_is_not_undone_by_a_later_loss",
-                         {{10, 10, 5}, {11, 10, 3}, {9, 11, 9}},
-                         {{9, 11}}},
+        suppression_case{"diagonal_neighbours_below_meet", {{10, 10, 5}, {9, 11, 3}, {11, 11, 4}}, {{10, 10}}},
+        suppression_case{"a_win_is_not_undone_by_a_later_loss", {{10, 10, 5}, {11, 10, 3}, {9, 11, 9}}, {{9, 11}}},
         // Below-left comes before below: it is removed before the corner loses.
         suppression_case{"below_left_is_met_before_below",
                          {{10, 10, 5}, {9, 11, 4}, {10, 11, 6}, {12, 11, 1}},
@@ -95,8 +81,7 @@ INSTANTIATE_TEST_SUITE_P(
         // A removed corner is skipped, so its own neighbours survive it.
         suppression_case{"a_removed_corner_removes_nothing",
                          {{10, 10, 9}, {11, 10, 5}, {12, 10, 3}},
-                         {{10, 10}, {12, 10}}},
-        suppression_case{"none", {}, {}}),
+                         {{10, 10}, {12, 10}}}),
     [](auto const &info) { return std::string(info.param.name); });
 
 // Random dense lists with many ties: the detector's tables against the model's
@@ -134,6 +119,6 @@ TEST_P(suppression_random_test, matches_the_model) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(seeds, suppression_random_test, ::testing::Range(0, 60));
+INSTANTIATE_TEST_SUITE_P(seeds, suppression_random_test, ::testing::Range(0, 24));
 
 }  // namespace

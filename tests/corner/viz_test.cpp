@@ -114,8 +114,8 @@ TEST_P(mark_test, crosses_are_clipped_at_every_edge) {
 }
 
 INSTANTIATE_TEST_SUITE_P(frames, mark_test,
-                         ::testing::Combine(::testing::Values(1, 2, 5, 9, 10, 31), ::testing::Values(1, 4, 9, 12),
-                                            ::testing::Values(0, 3, 16)),
+                         ::testing::Combine(::testing::Values(1, 2, 9, 31), ::testing::Values(1, 4, 9),
+                                            ::testing::Values(0, 3)),
                          [](auto const &info) {
                            return cat("w", std::get<0>(info.param), "_h", std::get<1>(info.param), "_pad",
                                       std::get<2>(info.param));
@@ -249,14 +249,7 @@ INSTANTIATE_TEST_SUITE_P(
         // Step 21845: the accumulator reaches 65535 at the last row, so the
         // line ends on x 0 and misses its end point (1, 3).
         line_case{"along_y_right_misses_its_end", 0, 0, 1, 3, {{0, 0}, {0, 1}, {0, 2}, {0, 3}}},
-        line_case{"diagonal_runs_along_y", 2, 2, 5, 5, {{2, 2}, {3, 3}, {4, 4}, {5, 5}}},
-        line_case{"single_point", 6, 4, 6, 4, {{6, 4}}},
         line_case{"vertical_clipped", 3, -5, 3, 20, {{3, 0}, {3, 1}, {3, 2}, {3, 3}, {3, 4}, {3, 5}, {3, 6}, {3, 7}, {3, 8}}},
-        line_case{"horizontal_clipped", -40, 8, 100, 8,
-                  {{0, 8}, {1, 8}, {2, 8}, {3, 8}, {4, 8}, {5, 8}, {6, 8}, {7, 8}, {8, 8}, {9, 8}, {10, 8}, {11, 8}}},
-        // Entering from the left: the accumulator is advanced to column 0.
-        // Step 4 * 65536 / 20 = 13107; at x, y = (65536 * -2 + 13107 * (x + 10)) >> 16,
-        // which is -1 at x 0 (clipped) and 1 at the end x 10.
         line_case{"clipped_slope", -10, -2, 10, 2,
                   {{1, 0}, {2, 0}, {3, 0}, {4, 0}, {5, 0}, {6, 1}, {7, 1}, {8, 1}, {9, 1}, {10, 1}}},
         line_case{"outside", -9, -9, -3, -1, {}}),
