@@ -4,6 +4,7 @@
 #include <array>
 #include <bit>
 #include <cmath>
+#include <cctype>
 #include <cstring>
 #include <random>
 #include <sstream>
@@ -138,6 +139,17 @@ struct test_frame {
   }
 };
 
+// A test name from the printed parameters: "(bgra, (64, 48), 0)" gives
+// "bgra_64_48_0".
+auto const case_name = [](auto const &info) {
+  std::string name;
+  for (char c : ::testing::PrintToString(info.param))
+    if (std::isalnum(static_cast<unsigned char>(c)) || c == '.') name += c == '.' ? 'p' : c;
+    else if (!name.empty() && name.back() != '_') name += '_';
+  while (!name.empty() && name.back() == '_') name.pop_back();
+  return name;
+};
+
 // A result as bits, so that results compare exactly and print on failure.
 std::array<std::uint32_t, 7> bits(object_tracking_info const &i) {
   return {std::uint32_t(i.object_detected()), std::bit_cast<std::uint32_t>(i.centre().x),
@@ -186,14 +198,7 @@ INSTANTIATE_TEST_SUITE_P(tracker, pipeline_test,
                                                               std::pair{720, 576}),
                                             ::testing::Values(0, 3), ::testing::Values(0, 16, 5),
                                             ::testing::Values(0, 1, 2, 3)),
-                         [](auto const &info) {
-                           auto const &p = info.param;
-                           std::ostringstream name;
-                           name << kLayoutNames[int(std::get<0>(p))] << "_w" << std::get<1>(p).first << "_h"
-                                << std::get<1>(p).second << "_off" << std::get<2>(p) << "_pad" << std::get<3>(p)
-                                << "_preview" << std::get<4>(p);
-                           return name.str();
-                         });
+                         case_name);
 
 // ---------------------------------------------------------------------------
 
@@ -234,14 +239,7 @@ TEST_P(message_test, views_the_field_and_corrects_the_lower_one) {
 INSTANTIATE_TEST_SUITE_P(tracker, message_test,
                          ::testing::Combine(kLayouts, ::testing::Values(0, 2, 3, 7), ::testing::Bool(),
                                             ::testing::Values(0.0f, 16.0f / 9.0f)),
-                         [](auto const &info) {
-                           auto const &p = info.param;
-                           std::ostringstream name;
-                           name << kLayoutNames[int(std::get<0>(p))] << "_field" << std::get<1>(p)
-                                << (std::get<2>(p) ? "_lower" : "_upper")
-                                << (std::get<3>(p) == 0.0f ? "_aspect_unknown" : "_aspect_given");
-                           return name.str();
-                         });
+                         case_name);
 
 TEST(message_edge_test, unknown_format_and_disabled_tracker_look_at_nothing) {
   std::vector<R::pixel_bgra_u8> pixels(64 * 64);

@@ -12,7 +12,6 @@
 namespace Korvane::Sight {
 namespace {
 
-namespace R = Tamarind::Rasters;
 using access = object_tracking_test_access;
 using moments = object_tracking::moments_type;
 
@@ -74,55 +73,33 @@ INSTANTIATE_TEST_SUITE_P(
         extraction_case{"nothing", {"...", "..."}, 0, 0, 0, 0, 0}),
     [](auto const &info) { return std::string(info.param.name); });
 
-// ---------------------------------------------------------------------------
-// A one-cell-wide snake of key colour over a whole 3840 by 2160 BGRA frame:
-// one region whose fill goes one level deeper for every cell. Run on a thread
-// with a stack of 1 MiB, which a recursive fill would overflow.
-
-struct snake_run {
-  std::vector<R::pixel_bgra_u8> pixels;
-  object_tracking_info info;
-};
-
-bool in_snake(int i, int j, int cells_y) {
-  if (i % 2 == 0) return true;                      // columns
-  return j == ((i / 2) % 2 == 0 ? cells_y - 1 : 0);  // joints, alternately at the bottom and the top
-}
-
+// A one-cell-wide snake over the whole grid of a 3840 by 2160 frame: one
+// region whose fill would go one level deeper for every cell, run on a thread
+// with a stack of 1 MiB, which a recursive fill overflows.
 TEST(fill_depth_test, serpentine_4k_region_fits_a_1mib_thread_stack) {
-  int const w = 3840, h = 2160, cx = w / 8, cy = h / 8;
-  snake_run run;
-  run.pixels.resize(std::size_t(w) * h);
-  double sum_x = 0, sum_y = 0, count = 0;
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) {
-      bool const key = in_snake(x / 8, y / 8, cy);
-      run.pixels[std::size_t(y) * w + x] = key ? R::pixel_bgra_u8{119, 137, 200, 255} : R::pixel_bgra_u8{0, 255, 0, 255};
-    }
+  struct run {
+    object_tracking t;
+    moments best{};
+  } r;
+  int const cx = 480, cy = 270;
+  access::setup(r.t, cx * 8, cy * 8, cx, cy);
   for (int j = 0; j < cy; ++j)
     for (int i = 0; i < cx; ++i)
-      if (in_snake(i, j, cy)) sum_x += i * 8 + 3.5, sum_y += j * 8 + 3.5, ++count;
-
+      if (i % 2 == 0 || j == ((i / 2) % 2 == 0 ? cy - 1 : 0))  // columns, joints alternately at bottom and top
+        access::cell(r.t, i + 1, j + 1) = {0, 0, 1, 0, 0, 0, 0, 0};
   pthread_attr_t attr;
   pthread_attr_init(&attr);
   ASSERT_EQ(pthread_attr_setstacksize(&attr, 1 << 20), 0);
   pthread_t thread;
   auto body = [](void *p) -> void * {
-    auto *r = static_cast<snake_run *>(p);
-    object_tracking t;
-    t.enabled() = true;
-    R::bitmap<R::pixel_bgra_u8> frame{r->pixels.data(), 3840, 2160, 3840 * 4, false};
-    t(r->info, frame, 0.0f);
+    auto *q = static_cast<run *>(p);
+    access::extract_object(q->t, q->best);
     return nullptr;
   };
-  ASSERT_EQ(pthread_create(&thread, &attr, body, &run), 0);
+  ASSERT_EQ(pthread_create(&thread, &attr, body, &r), 0);
   pthread_join(thread, nullptr);
   pthread_attr_destroy(&attr);
-
-  float const aspect = float(w) / float(h);
-  ASSERT_EQ(run.info.object_detected(), 1);
-  EXPECT_NEAR(run.info.centre().x, sum_x / count * 2 * aspect / w - aspect, 0.01);
-  EXPECT_NEAR(run.info.centre().y, sum_y / count * 2 / h - 1, 0.01);
+  EXPECT_EQ(r.best.mass, float(cx / 2 * cy + cx / 2));
 }
 
 }  // namespace
