@@ -287,69 +287,54 @@ TEST(state_test, disabling_keeps_the_grid_and_copies_own_theirs) {
 
 // ---------------------------------------------------------------------------
 
-struct cropping_case {
-  char const *name;
-  float left, right, top, bottom;
-  int columns[4], rows[4];  // painted luma columns and rows, -1 for none
-};
-void PrintTo(cropping_case const &c, std::ostream *os) { *os << c.name; }
+class outline_test : public ::testing::TestWithParam<layout> {};
 
-class outline_test : public ::testing::TestWithParam<std::tuple<layout, cropping_case>> {};
-
-// The luma of a pixel (all four bytes for BGRA).
-std::uint32_t luma(test_frame &f, int x, int y) {
-  std::uint32_t v = 0;
-  switch (f.kind) {
-    case layout::bgra:
-      std::memcpy(&v, f.p[0].at(x * 4, y), 4);
-      return v;
-    case layout::ycbcra:
-      return *f.p[0].at(x * 4, y);
-    case layout::yuv422:
-      return *f.p[0].at(x / 2 * 4 + 1 + 2 * (x % 2), y);
-    default:
-      return *f.p[0].at(x, y);
+// Under preview_outlines the bars at the cropping's edges are painted, in the
+// luma of every layout (all four bytes of BGRA), and nothing else.
+TEST_P(outline_test, paints_exactly_the_bars_outside_the_cropping) {
+  struct cropping_case {
+    float left, right, top, bottom;
+    int columns[4], rows[4];  // painted columns and rows, -1 for none
+  };
+  cropping_case const cases[] = {
+      {0, 0, 0, 0, {-1, -1, -1, -1}, {-1, -1, -1, -1}},
+      {0.25f, 0, 0, 0, {478, 479, -1, -1}, {-1, -1, -1, -1}},
+      {0, 0.25f, 0, 0, {1440, 1441, -1, -1}, {-1, -1, -1, -1}},
+      {0, 0, 0.25f, 0, {-1, -1, -1, -1}, {14, 15, -1, -1}},
+      {0, 0, 0, 0.25f, {-1, -1, -1, -1}, {48, 49, -1, -1}},
+      {0.8f, 0.8f, 0.5f, 0.5f, {382, 383, 1536, 1537}, {30, 31, 32, 33}},  // crossed margins
+  };
+  layout const kind = GetParam();
+  int const w = 1920, h = 64;
+  auto const luma = [kind](test_frame &f, int x, int y) {
+    std::uint32_t v = 0;
+    std::memcpy(&v, f.p[0].at(kind <= layout::ycbcra ? x * 4 : kind == layout::yuv422 ? x / 2 * 4 + 1 + 2 * (x % 2) : x, y),
+                kind == layout::bgra ? 4 : 1);
+    return v;
+  };
+  for (cropping_case const &c : cases) {
+    test_frame f(kind, w, h, 0, 0);
+    std::mt19937 rng(3);
+    f.paint([](int, int) { return false; }, rng);
+    test_frame before = f;
+    object_tracking t;
+    t.enabled() = true;
+    t.preview() = object_tracking_data::preview_outlines;
+    t.cropping().left() = c.left, t.cropping().right() = c.right;
+    t.cropping().top() = c.top, t.cropping().bottom() = c.bottom;
+    EXPECT_EQ(f.track(t, 0.0f, h).object_detected(), 2);  // drawn though nothing was found
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) {
+        bool painted = false;
+        for (int k = 0; k < 4; ++k) painted = painted || x == c.columns[k] || y == c.rows[k];
+        ASSERT_EQ(luma(f, x, y) != luma(before, x, y), painted) << "x " << x << " y " << y << " left " << c.left;
+      }
+    for (int k = 0; k < f.count && c.columns[0] < 0 && c.rows[0] < 0; ++k)
+      EXPECT_EQ(f.p[k].memory, before.p[k].memory) << "plane " << k;
   }
 }
 
-TEST_P(outline_test, paints_exactly_the_bars_outside_the_cropping) {
-  auto const [kind, c] = GetParam();
-  int const w = 1920, h = 64;
-  test_frame f(kind, w, h, 0, 0);
-  std::mt19937 rng(3);
-  f.paint([](int, int) { return false; }, rng);
-  test_frame before = f;
-  object_tracking t;
-  t.enabled() = true;
-  t.preview() = object_tracking_data::preview_outlines;
-  t.cropping().left() = c.left;
-  t.cropping().right() = c.right;
-  t.cropping().top() = c.top;
-  t.cropping().bottom() = c.bottom;
-  EXPECT_EQ(f.track(t, 0.0f, h).object_detected(), 2);  // drawn though nothing was found
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) {
-      bool painted = false;
-      for (int k = 0; k < 4; ++k) painted = painted || x == c.columns[k] || y == c.rows[k];
-      ASSERT_EQ(luma(f, x, y) != luma(before, x, y), painted) << "x " << x << " y " << y;
-    }
-  for (int k = 0; k < f.count && c.columns[0] < 0 && c.rows[0] < 0; ++k)
-    EXPECT_EQ(f.p[k].memory, before.p[k].memory) << "plane " << k;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    tracker, outline_test,
-    ::testing::Combine(kLayouts,
-                       ::testing::Values(cropping_case{"none", 0, 0, 0, 0, {-1, -1, -1, -1}, {-1, -1, -1, -1}},
-                                         cropping_case{"left", 0.25f, 0, 0, 0, {478, 479, -1, -1}, {-1, -1, -1, -1}},
-                                         cropping_case{"right", 0, 0.25f, 0, 0, {1440, 1441, -1, -1}, {-1, -1, -1, -1}},
-                                         cropping_case{"top", 0, 0, 0.25f, 0, {-1, -1, -1, -1}, {14, 15, -1, -1}},
-                                         cropping_case{"bottom", 0, 0, 0, 0.25f, {-1, -1, -1, -1}, {48, 49, -1, -1}},
-                                         cropping_case{"swapped", 0.8f, 0.8f, 0.5f, 0.5f, {382, 383, 1536, 1537},
-                                                       {30, 31, 32, 33}})),
-    [](auto const &info) {
-      return std::string(kLayoutNames[int(std::get<0>(info.param))]) + "_" + std::get<1>(info.param).name;
-    });
+INSTANTIATE_TEST_SUITE_P(tracker, outline_test, kLayouts, case_name);
 
 }  // namespace
 }  // namespace Korvane::Sight
