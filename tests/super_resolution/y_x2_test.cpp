@@ -108,10 +108,6 @@ void PrintTo(spacing s, std::ostream *os) { *os << spacing_names[int(s)]; }
 
 class y_x2_test : public ::testing::TestWithParam<op_case> {};
 
-std::string case_name(::testing::TestParamInfo<op_case> const &info) {
-  return std::string(pixels[std::get<0>(info.param)].name) + "_" + operation_names[int(std::get<1>(info.param))] +
-         "_" + spacing_names[int(std::get<2>(info.param))];
-}
 
 // Widths whose byte length has every remainder modulo 4 (odd 4:2:2 widths
 // included), and heights 0 (no writes), 1, 2 and odd ones.
@@ -140,8 +136,7 @@ INSTANTIATE_TEST_SUITE_P(types, y_x2_test,
                                                               operation::rescale_f0, operation::rescale_f1,
                                                               operation::decomb_in_place, operation::decomb_into),
                                             ::testing::Values(spacing::tight, spacing::spare3, spacing::aligned16,
-                                                              spacing::bottom_up, spacing::field_view)),
-                         case_name);
+                                                              spacing::bottom_up, spacing::field_view)));
 
 // Destinations that do not take the plain path: the same data with another
 // stride (not the in-place case: the even source lines, memory lines 4 and
