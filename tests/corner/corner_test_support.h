@@ -11,11 +11,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "corner/segment_test_model.h"
+#include "support/harness.h"
 
 namespace Korvane::Sight::corner {
 
@@ -49,13 +49,7 @@ struct detection_access {
 
 namespace corner_test {
 
-// Joins its arguments into a text (test names, failure messages).
-template <class... Parts>
-std::string cat(Parts const &...parts) {
-  std::ostringstream s;
-  (s << ... << parts);
-  return s.str();
-}
+using harness::cat;
 
 using frame_type = Korvane::Sight::corner::detection::frame_type;
 
@@ -99,11 +93,6 @@ inline int stride_for(layout l, int width) {
     case layout::padded: return line + 20;
   }
   return line;
-}
-inline int offset_for(layout l) { return l == layout::padded ? 5 : 0; }
-inline std::string name_of(layout l) {
-  char const *const names[] = {"tight", "aligned", "padded", "reversed"};
-  return names[int(l)];
 }
 
 }  // namespace corner_test
