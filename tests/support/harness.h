@@ -247,9 +247,10 @@ inline std::vector<geometry> geometries(std::vector<int> const &heights, std::ve
   return out;
 }
 
-// bgra_w17_h3_pad5_off3_unaligned, with _flip for a reversed frame.
+// bgra_w17_h3_pad5_off3_unaligned, with _flip for a reversed frame (hm1 for
+// a height of -1).
 inline std::string name_of(layout l, geometry const &g) {
-  return cat(name_of(l), "_w", g.width, "_h", g.height, "_pad", g.pad, "_off", g.offset,
+  return cat(name_of(l), "_w", g.width, "_h", g.height < 0 ? "m" : "", std::abs(g.height), "_pad", g.pad, "_off", g.offset,
              aligned(g) ? "_aligned" : "_unaligned", g.flip ? "_flip" : "");
 }
 
