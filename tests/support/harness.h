@@ -15,6 +15,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -31,7 +32,7 @@ namespace R = Tamarind::Rasters;
 
 constexpr std::uint8_t guard = 0xA5;
 
-// Joins its arguments into a text (test names, failure messages).
+// Joins its arguments into a text.
 template <class... Parts>
 std::string cat(Parts const &...parts) {
   std::ostringstream s;
@@ -74,8 +75,7 @@ class plane {
   std::uint8_t *data() const { return line(0); }
   bool aligned() const { return s_.offset % 16 == 0 && s_.stride % 16 == 0; }
   void randomize(std::mt19937 &rng) const {
-    for (int y = 0; y < s_.lines; ++y)
-      for (int x = 0; x < s_.width; ++x) line(y)[x] = std::uint8_t(rng());
+    for (int y = 0; y < s_.lines; ++y) std::generate_n(line(y), s_.width, [&] { return std::uint8_t(rng()); });
   }
   void copy_from(plane const &o) const { std::memcpy(begin(), o.begin(), size_); }
 
@@ -85,8 +85,7 @@ class plane {
   std::uint8_t *base_ = nullptr;
 };
 
-// Every byte of two planes of one shape alike. A mismatch is named by line
-// and byte of the view (a byte outside the picture counts as guard).
+// Every byte of two planes of one shape alike.
 inline ::testing::AssertionResult same_bytes(plane const &want, plane const &got) {
   for (std::size_t i = 0; i < got.size(); ++i) {
     if (want.begin()[i] == got.begin()[i]) continue;
@@ -152,9 +151,7 @@ struct frame {
     return b;
   }
   bool aligned() const {
-    for (plane const &p : planes)
-      if (!p.aligned()) return false;
-    return true;
+    return std::all_of(planes.begin(), planes.end(), [](plane const &p) { return p.aligned(); });
   }
   void randomize(std::mt19937 &rng) const {
     for (plane const &p : planes) p.randomize(rng);
@@ -206,7 +203,6 @@ decltype(auto) visit(frame const &f, F &&fn) {
             f.view<P::bitmap<P::pixel_cr_u8>>(2));
 }
 
-// Every plane of two frames alike, guard bytes included.
 inline ::testing::AssertionResult same_frame(frame const &want, frame const &got) {
   for (std::size_t n = 0; n < got.planes.size(); ++n)
     if (auto r = same_bytes(want.planes[n], got.planes[n]); !r) return r << " in plane " << n;
