@@ -1,5 +1,5 @@
 // Shared pieces of the corner tests: white-box access to the detector, and
-// 4:2:2 frames in buffers sized exactly to their last picture byte.
+// plain 4:2:2 frames for the tests that fill every byte themselves.
 #ifndef SIGHT_TESTS_CORNER_CORNER_TEST_SUPPORT_H_
 #define SIGHT_TESTS_CORNER_CORNER_TEST_SUPPORT_H_
 
@@ -10,8 +10,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <random>
-#include <string>
 #include <vector>
 
 #include "corner/segment_test_model.h"
@@ -53,46 +51,25 @@ using harness::cat;
 
 using frame_type = Korvane::Sight::corner::detection::frame_type;
 
-// A 4:2:2 frame in a buffer that ends with the last picture byte, so that
-// AddressSanitizer flags any read past it. `offset` moves the start off a
-// 16-byte boundary; `stride` is the distance between rows in bytes.
+// A 4:2:2 frame of rows `stride` bytes apart (tightly packed, or padded to
+// 16) in a buffer that ends with the last picture byte, so that
+// AddressSanitizer flags any read past it.
 struct frame_buffer {
   std::vector<std::uint8_t> bytes;
-  frame_type frame{};
-
-  frame_buffer(int width, int height, int stride, int offset) {
-    std::size_t const line = std::size_t((width + 1) / 2 * 4);
-    std::size_t const rows = std::size_t(std::abs(stride));
-    std::size_t const size = height > 0 ? std::size_t(height - 1) * rows + line : 0;
-    bytes.resize(std::size_t(offset) + size);
-    // A negative stride starts from the last row of the buffer.
-    std::size_t const first = stride < 0 && height > 0 ? std::size_t(height - 1) * rows : 0;
-    frame.data = reinterpret_cast<Tamarind::Rasters::pixel_ycbcr_u8 *>(bytes.data() + offset + first);
-    frame.width = width;
-    frame.height = height;
-    frame.stride = stride;
-  }
+  frame_type frame;
+  frame_buffer(int width, int height, int stride, int offset)
+      : bytes(std::size_t(offset + (height > 0 ? (height - 1) * stride + (width + 1) / 2 * 4 : 0))),
+        frame{reinterpret_cast<Tamarind::Rasters::pixel_ycbcr_u8 *>(bytes.data() + offset), width, height, stride,
+              false} {}
   void set_luma(int x, int y, int v) {
     reinterpret_cast<std::uint8_t *>(frame.data)[std::ptrdiff_t(y) * frame.stride + 2 * x + 1] = std::uint8_t(v);
   }
-  corner_model::picture picture() const {
-    return {reinterpret_cast<std::uint8_t const *>(frame.data), frame.width, frame.height, frame.stride};
-  }
 };
 
-// Stride choices: tightly packed, padded to 16, padded by an amount that
-// keeps rows off 16-byte boundaries, and padded to 16 but bottom-up (a
-// negative stride from the last row).
-enum class layout { tight, aligned, padded, reversed };
+enum class layout { tight, aligned };
 inline int stride_for(layout l, int width) {
   int const line = (width + 1) / 2 * 4;
-  switch (l) {
-    case layout::tight: return line;
-    case layout::aligned: return (line + 15) / 16 * 16;
-    case layout::reversed: return -(line + 15) / 16 * 16;
-    case layout::padded: return line + 20;
-  }
-  return line;
+  return l == layout::tight ? line : (line + 15) / 16 * 16;
 }
 
 }  // namespace corner_test

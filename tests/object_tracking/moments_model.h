@@ -29,11 +29,7 @@ struct cbcr {
 // Truncation toward zero followed by a clamp to [0, hi]. Clamping first keeps
 // the float-to-int conversion defined; for finite values the result is the
 // same. NaN gives 0; +inf gives hi.
-inline int truncate_clamped(float v, int hi) {
-  if (!(v >= 0.0f)) return 0;
-  if (v >= float(hi)) return hi;
-  return int(v);
-}
+inline int truncate_clamped(float v, int hi) { return !(v >= 0.0f) ? 0 : v >= float(hi) ? hi : int(v); }
 
 // Reference chroma from the float matrix scaled by 255 element by element,
 // then the key curve: a weight that falls in a straight line from 255 at
@@ -75,15 +71,10 @@ inline void key_lanes(key const &k, std::uint16_t cbcr_lanes[8], std::uint16_t s
 // 255, scaled by key.scale / 256 (truncated), subtracted from key.offset
 // (floor 0), clamped to 255. D * 256 * scale stays below 2^32.
 inline int weight(int cb, int cr, key const &k) {
-  int dcb = k.cb - cb, dcr = k.cr - cr;
-  if (dcb < 0) dcb = -dcb;
-  if (dcr < 0) dcr = -dcr;
-  int d = dcb + dcr;
-  if (d > 255) d = 255;
-  std::uint32_t const t = (std::uint32_t(d) * 256u * std::uint32_t(k.scale)) >> 16;
-  int w = std::uint32_t(k.offset) > t ? k.offset - int(t) : 0;
-  if (w > 255) w = 255;
-  return w;
+  int const d = (k.cb > cb ? k.cb - cb : cb - k.cb) + (k.cr > cr ? k.cr - cr : cr - k.cr);
+  std::uint32_t const t = (std::uint32_t(d > 255 ? 255 : d) * 256u * std::uint32_t(k.scale)) >> 16;
+  int const w = std::uint32_t(k.offset) > t ? k.offset - int(t) : 0;
+  return w > 255 ? 255 : w;
 }
 
 // Chroma of one B, G, R, A pixel by the tracker's integer coefficients, with
