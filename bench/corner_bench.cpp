@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "corner/segment_test_model.h"
+#include "corner/segment_model.h"
 #include "support/harness.h"
 
 #ifdef SIGHT_HAVE_OPENCV

@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "corner/corner_test_support.h"
-#include "corner/segment_test_model.h"
+#include "support/corner_access.h"
+#include "corner/segment_model.h"
 #include "support/harness.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // Shared pieces of the corner tests: white-box access to the detector, and
 // plain 4:2:2 frames for the tests that fill every byte themselves.
-#ifndef SIGHT_TESTS_CORNER_CORNER_TEST_SUPPORT_H_
-#define SIGHT_TESTS_CORNER_CORNER_TEST_SUPPORT_H_
+#ifndef SIGHT_TESTS_SUPPORT_CORNER_ACCESS_H_
+#define SIGHT_TESTS_SUPPORT_CORNER_ACCESS_H_
 
 #include <sight/corner/detection.h>
 #include <sight/frame/bitmap.h>
@@ -12,7 +12,7 @@
 #include <cstring>
 #include <vector>
 
-#include "corner/segment_test_model.h"
+#include "corner/segment_model.h"
 #include "support/harness.h"
 
 namespace Korvane::Sight::corner {
@@ -74,4 +74,4 @@ inline int stride_for(layout l, int width) {
 
 }  // namespace corner_test
 
-#endif  // SIGHT_TESTS_CORNER_CORNER_TEST_SUPPORT_H_
+#endif  // SIGHT_TESTS_SUPPORT_CORNER_ACCESS_H_

@@ -1,8 +1,8 @@
 // Naive scalar model of the corner detector, written from the rule alone with
 // plain loops and nothing shared with the library: the segment test of one
 // pixel, its strength, the scanned area, the suppression and the extraction.
-#ifndef SIGHT_TESTS_CORNER_SEGMENT_TEST_MODEL_H_
-#define SIGHT_TESTS_CORNER_SEGMENT_TEST_MODEL_H_
+#ifndef SIGHT_TESTS_CORNER_SEGMENT_MODEL_H_
+#define SIGHT_TESTS_CORNER_SEGMENT_MODEL_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -130,4 +130,4 @@ inline std::vector<std::pair<int, int>> features_extract(std::vector<record> con
 
 }  // namespace corner_model
 
-#endif  // SIGHT_TESTS_CORNER_SEGMENT_TEST_MODEL_H_
+#endif  // SIGHT_TESTS_CORNER_SEGMENT_MODEL_H_

@@ -1,8 +1,8 @@
 // The harness's exactly sized planes under the names the times-two tests
 // use: a buffer of `lines` lines of `width` bytes at a signed stride, `offset`
 // bytes past a 16-byte boundary, `room` bytes behind the last line in memory.
-#ifndef TESTS_SUPER_RESOLUTION_TEST_BUFFERS_H_
-#define TESTS_SUPER_RESOLUTION_TEST_BUFFERS_H_
+#ifndef SIGHT_TESTS_SUPPORT_LINE_BUFFERS_H_
+#define SIGHT_TESTS_SUPPORT_LINE_BUFFERS_H_
 
 #include "super_resolution/line_kernels_model.h"
 #include "support/harness.h"
@@ -20,4 +20,4 @@ inline line_model::view model_view(buffer const &b, int height) {
 
 }  // namespace sr_test
 
-#endif  // TESTS_SUPER_RESOLUTION_TEST_BUFFERS_H_
+#endif  // SIGHT_TESTS_SUPPORT_LINE_BUFFERS_H_
