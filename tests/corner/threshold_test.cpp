@@ -6,8 +6,8 @@
 
 #include <vector>
 
-#include "corner/corner_test_support.h"
-#include "corner/segment_test_model.h"
+#include "support/corner_access.h"
+#include "corner/segment_model.h"
 
 namespace {
 

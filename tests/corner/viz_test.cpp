@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "corner/corner_test_support.h"
+#include "support/corner_access.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "super_resolution/line_kernels_model.h"
-#include "super_resolution/test_buffers.h"
+#include "support/line_buffers.h"
 #ifdef SIGHT_HAVE_OPENCV
 #include "super_resolution/quality.h"
 #endif
