@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <cstring>
 #include <random>
+#include <string>
 #include <vector>
 
 #ifdef SIGHT_HAVE_OPENCV
@@ -33,9 +34,11 @@ constexpr int W = 1920, H = 1080;
 enum layout { bgra, ycbcra, s422, y_cbcr, planar };
 
 // The default key, and a frame of that layout (the tests' frames; aligned,
-// or four bytes off): a keyed disc in the middle (a quarter of the picture)
-// on a backdrop far from the key, both with noise, so that most cells are
-// empty as in a real scene.
+// or four bytes off; `pad` bytes added to every line): a keyed disc in the
+// middle (a quarter of the picture) on a backdrop far from the key, both with
+// noise, so that most cells are empty as in a real scene. With `speckle`, one
+// sample in seven (a pixel, or a pair in 4:2:2) anywhere in the frame is of
+// the key colour instead, which leaves no cell empty.
 mm::key const key = mm::make_key(0.78431374f, 0.5372549f, 0.46666667f, 0.7f, 0.3f);
 harness::layout const layouts[] = {harness::layout::bgra, harness::layout::ycbcra, harness::layout::ycbcr_422,
                                    harness::layout::y_cbcr, harness::layout::y_cb_cr};
@@ -44,7 +47,8 @@ struct frame : harness::frame {
   layout l;
   int cells_x, cells_y;
 
-  frame(layout l_, bool aligned) : harness::frame(layouts[l_], {W, H, 0, aligned ? 0 : 4, false}), l(l_) {
+  frame(layout l_, bool aligned, int pad = 0, bool speckle = false)
+      : harness::frame(layouts[l_], {W, H, pad, aligned ? 0 : 4, false}), l(l_) {
     bool const wide = l != bgra && l != ycbcra, tall = l == y_cbcr || l == planar;
     cells_x = W / (wide ? 16 : 8);
     cells_y = H / (tall ? 16 : 8);
@@ -53,7 +57,7 @@ struct frame : harness::frame {
     int const sw = wide ? W / 2 : W, sh = tall ? H / 2 : H;
     paint([&](int x, int y) {
       float const dx = float(x / (W / sw)) / sw - 0.5f, dy = float(y / (H / sh)) / sh - 0.5f;
-      bool const keyed = dx * dx + dy * dy < 0.08f;
+      bool const keyed = speckle ? (y * sw + x / (W / sw)) % 7 == 0 : dx * dx + dy * dy < 0.08f;
       int const n = int(rng() % 41) - 20;
       // (119, 137, 200) is the key colour as BGRA; blue is far from it.
       return harness::sample{std::uint8_t((keyed ? 119 : 230) + n / 2), std::uint8_t((keyed ? 137 : 60) + n / 2),
@@ -89,10 +93,12 @@ struct grid {
   }
 };
 
+// `pad`: bytes added to every line; `speckle`: the frame of one keyed
+// sample in seven.
 template <layout L>
-void BM_generate_moments(benchmark::State &state) {
+void BM_generate_moments(benchmark::State &state, int pad = 0, bool speckle = false) {
   bool const preview = state.range(0) != 0, aligned = state.range(1) != 0;
-  frame f(L, aligned);
+  frame f(L, aligned, pad, speckle);
   grid g(f);
   D::moment_grid const mg = g.moment_grid(f);
   auto pick = [&](auto k00, auto k01, auto k10, auto k11, auto const &...b) {
@@ -140,19 +146,22 @@ void BM_generate_moments(benchmark::State &state) {
 }
 
 // The floor: every byte the kernel reads without preview, loaded once in
-// 16-byte vectors and folded so that the loads cannot be dropped.
+// 16-byte vectors and folded so that the loads cannot be dropped. Four
+// independent sums, so that the adds do not hold the loads back.
 template <layout L>
-void BM_read_pass(benchmark::State &state) {
-  frame f(L, state.range(0) != 0);
+void BM_read_pass(benchmark::State &state, int pad = 0) {
+  frame f(L, state.range(0) != 0, pad);
   for (auto _ : state) {
-    __m128i acc = _mm_setzero_si128();
+    __m128i acc[4] = {};
     for (std::size_t n = (L == y_cbcr || L == planar) ? 1 : 0; n < f.planes.size(); ++n) {
       int const bytes = L == planar ? f.cells_x * 8 : L == y_cbcr ? f.cells_x * 16 : f.cells_x * 32;
       int const lines = f.cells_y * 8;
       for (int y = 0; y < lines; ++y) {
-        std::uint8_t const *p = f.at(int(n), 0, y);
-        for (int x = 0; x + 16 <= bytes; x += 16)
-          acc = _mm_add_epi8(acc, _mm_loadu_si128(reinterpret_cast<__m128i const *>(p + x)));
+        auto const *p = reinterpret_cast<__m128i const *>(f.at(int(n), 0, y));
+        int x = 0;
+        for (; x + 4 <= bytes / 16; x += 4)
+          for (int k = 0; k < 4; ++k) acc[k] = _mm_add_epi8(acc[k], _mm_loadu_si128(p + x + k));
+        for (; x < bytes / 16; ++x) acc[0] = _mm_add_epi8(acc[0], _mm_loadu_si128(p + x));
       }
     }
     benchmark::DoNotOptimize(acc);
@@ -187,8 +196,8 @@ void BM_model(benchmark::State &state) {
 
 // The whole tracker call: set-up, moments, extraction and fit.
 template <layout L>
-void BM_object_tracking(benchmark::State &state) {
-  frame f(L, state.range(1) != 0);
+void BM_object_tracking(benchmark::State &state, int pad = 0, bool speckle = false) {
+  frame f(L, state.range(1) != 0, pad, speckle);
   object_tracking t;
   t.enabled() = true;
   t.preview() = state.range(0) != 0 ? object_tracking::preview_key : object_tracking::preview_none;
@@ -215,9 +224,9 @@ void BM_object_tracking(benchmark::State &state) {
 // area resize, labelling of the non-empty cells and the moments of the
 // largest region.
 template <layout L>
-void BM_opencv(benchmark::State &state) {
+void BM_opencv(benchmark::State &state, bool speckle = false) {
   cv::setNumThreads(1);
-  frame f(L, true);
+  frame f(L, true, 0, speckle);
   int const sw = L == bgra || L == ycbcra ? W : W / 2, sh = L == y_cbcr || L == planar ? H / 2 : H;
   auto mat = [&](int n, int type, int cols, int rows) {
     return cv::Mat(rows, cols, type, f.at(n, 0, 0), std::size_t(f.stride(n)));
@@ -296,6 +305,43 @@ BENCHMARK(BM_opencv_422)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_opencv_y_cbcr)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_opencv_planar)->Unit(benchmark::kMillisecond);
 #endif
+
+// Line strides of 1920 * 4, 1920 * 4 + 64 and 2048 * 4 bytes, both members,
+// and the frames of one keyed sample in seven (no cell empty).
+void register_more() {
+  for (int pad : {0, 64, 512}) {
+    std::string const n = "/pad:" + std::to_string(pad);
+    for (int a : {0, 1}) {
+      benchmark::RegisterBenchmark(("BM_stride_moments_bgra" + n).c_str(),
+                                   [pad](benchmark::State &s) { BM_generate_moments<bgra>(s, pad); })
+          ->ArgNames({"preview", "aligned"})->Args({0, a})->Unit(benchmark::kMillisecond);
+      benchmark::RegisterBenchmark(("BM_stride_read_pass_bgra" + n).c_str(),
+                                   [pad](benchmark::State &s) { BM_read_pass<bgra>(s, pad); })
+          ->ArgName("aligned")->Arg(a)->Unit(benchmark::kMillisecond);
+      benchmark::RegisterBenchmark(("BM_stride_object_tracking_bgra" + n).c_str(),
+                                   [pad](benchmark::State &s) { BM_object_tracking<bgra>(s, pad); })
+          ->ArgNames({"preview", "aligned"})->Args({0, a})->Unit(benchmark::kMillisecond);
+    }
+  }
+  for (int a : {0, 1}) {
+    benchmark::RegisterBenchmark("BM_speckle_moments_422",
+                                 [](benchmark::State &s) { BM_generate_moments<s422>(s, 0, true); })
+        ->ArgNames({"preview", "aligned"})->Args({0, a})->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("BM_speckle_object_tracking_422",
+                                 [](benchmark::State &s) { BM_object_tracking<s422>(s, 0, true); })
+        ->ArgNames({"preview", "aligned"})->Args({0, a})->Unit(benchmark::kMillisecond);
+    benchmark::RegisterBenchmark("BM_speckle_object_tracking_bgra",
+                                 [](benchmark::State &s) { BM_object_tracking<bgra>(s, 0, true); })
+        ->ArgNames({"preview", "aligned"})->Args({0, a})->Unit(benchmark::kMillisecond);
+  }
+#ifdef SIGHT_HAVE_OPENCV
+  benchmark::RegisterBenchmark("BM_speckle_opencv_422", [](benchmark::State &s) { BM_opencv<s422>(s, true); })
+      ->Unit(benchmark::kMillisecond);
+  benchmark::RegisterBenchmark("BM_speckle_opencv_bgra", [](benchmark::State &s) { BM_opencv<bgra>(s, true); })
+      ->Unit(benchmark::kMillisecond);
+#endif
+}
+int const registered = (register_more(), 0);
 
 }  // namespace
 

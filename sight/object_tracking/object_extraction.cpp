@@ -3,6 +3,8 @@
 // mass lies inside the cropping.
 #include <cassert>
 
+#include <xmmintrin.h>
+
 #include <sight/object_tracking/object_tracking.h>
 
 namespace Korvane::Sight {
@@ -12,19 +14,6 @@ namespace R = Tamarind::Rasters;
 namespace {
 
 using moments_type = object_tracking::moments_type;
-
-// Lane by lane, as two four-float vectors would add: the order of the
-// additions of one float is the order of the calls.
-inline void add(moments_type &sum, moments_type const &c) {
-  sum.sum_x += c.sum_x;
-  sum.sum_y += c.sum_y;
-  sum.mass += c.mass;
-  sum.spare_0 += c.spare_0;
-  sum.sum_xx += c.sum_xx;
-  sum.sum_yy += c.sum_yy;
-  sum.sum_xy += c.sum_xy;
-  sum.spare_1 += c.spare_1;
-}
 
 inline moments_type *step(moments_type *cell, std::ptrdiff_t bytes) {
   return reinterpret_cast<moments_type *>(reinterpret_cast<char *>(cell) + bytes);
@@ -72,50 +61,101 @@ void object_tracking::extract_object(moments_type &best) {
 // a row are separated by an empty cell, so fill_stack (sized with the grid)
 // always has room; were it ever full, the cell would be left for the scan
 // of extract_object to find as a region of its own.
+//
+// The level being worked on lives in registers (its sum as two four-float
+// vectors, added lane by lane exactly as the eight floats one by one) and
+// goes to the stack only while a level above it is open, so the walk along
+// the rows carries no dependency through memory.
 void object_tracking::extract_object_impl(moments_type *cell, moments_type &region) const {
   std::ptrdiff_t const stride = cells.stride;
   fill_frame *const stack = fill_stack.data;
   int const capacity = fill_stack.width;
-  int depth = 0;
+  int depth = 1;  // levels open, the one in registers included
 
-  // Opens the level of `c`: its run is summed and emptied.
-  auto open = [&](moments_type *c) {
-    fill_frame &f = stack[depth++];
-    f.sum = *c;
+  __m128 lo, hi;         // running sum of the level: sum_x .. spare_0, sum_xx .. spare_1
+  moments_type *column;  // next column whose cells above and below are to be looked at
+  moments_type *last;    // R
+  bool below;            // the cell above `column` has been looked at
+
+  auto const first = [](moments_type const *c) { return _mm_load_ps(&c->sum_x); };
+  auto const second = [](moments_type const *c) { return _mm_load_ps(&c->sum_xx); };
+  // Opens the level of `c` in the registers: its run is summed and emptied.
+  auto const open = [&](moments_type *c) {
+    lo = first(c);
+    hi = second(c);
     c->mass = 0.0f;
     moments_type *l = c - 1;
     for (; l->mass != 0.0f; --l) {
-      add(f.sum, *l);
+      lo = _mm_add_ps(lo, first(l));
+      hi = _mm_add_ps(hi, second(l));
       l->mass = 0.0f;
     }
     moments_type *r = c + 1;
     for (; r->mass != 0.0f; ++r) {
-      add(f.sum, *r);
+      lo = _mm_add_ps(lo, first(r));
+      hi = _mm_add_ps(hi, second(r));
       r->mass = 0.0f;
     }
-    f.column = l;
-    f.last = r;
-    f.below = false;
+    column = l;
+    last = r;
+    below = false;
+  };
+  // Keeps the level in the registers on the stack and opens `c` above it.
+  auto const push = [&](moments_type *c) {
+    fill_frame &f = stack[depth - 1];
+    _mm_store_ps(&f.sum.sum_x, lo);
+    _mm_store_ps(&f.sum.sum_xx, hi);
+    f.column = column;
+    f.last = last;
+    f.below = below;
+    ++depth;
+    open(c);
   };
 
   assert(capacity > 0);
   open(cell);
   for (;;) {
-    fill_frame &f = stack[depth - 1];
-    if (f.column > f.last) {
-      // This level is complete: hand its sum to the level that opened it.
-      if (--depth == 0) break;
-      add(stack[depth - 1].sum, f.sum);
-      continue;
-    }
-    moments_type *const next = step(f.column, f.below ? stride : -stride);
-    if (f.below) ++f.column;
-    f.below = !f.below;
     // The cell below is tested only after the fill from the cell above has
     // ended, so it sees what that fill emptied.
-    if (next->mass != 0.0f && depth < capacity) open(next);
+    if (below) {
+      moments_type *const down = step(column, stride);
+      ++column;
+      below = false;
+      if (down->mass != 0.0f && depth < capacity) {
+        push(down);
+        continue;
+      }
+    }
+    moments_type *next = nullptr;
+    for (; column <= last; ++column) {
+      moments_type *const up = step(column, -stride);
+      if (up->mass != 0.0f && depth < capacity) {
+        below = true;
+        next = up;
+        break;
+      }
+      moments_type *const down = step(column, stride);
+      if (down->mass != 0.0f && depth < capacity) {
+        ++column;
+        next = down;
+        break;
+      }
+    }
+    if (next != nullptr) {
+      push(next);
+      continue;
+    }
+    // This level is complete: hand its sum to the level that opened it.
+    if (--depth == 0) break;
+    fill_frame const &f = stack[depth - 1];
+    lo = _mm_add_ps(_mm_load_ps(&f.sum.sum_x), lo);
+    hi = _mm_add_ps(_mm_load_ps(&f.sum.sum_xx), hi);
+    column = f.column;
+    last = f.last;
+    below = f.below;
   }
-  region = stack[0].sum;
+  _mm_store_ps(&region.sum_x, lo);
+  _mm_store_ps(&region.sum_xx, hi);
 }
 
 }  // namespace Korvane::Sight
