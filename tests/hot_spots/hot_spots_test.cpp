@@ -7,89 +7,36 @@
 #include <cstdint>
 #include <functional>
 #include <sstream>
+
+#include "support/harness.h"
 #include <string>
 
-#include <sight/frame/bitmap.h>
-#include <sight/frame/message.h>
 #include <sight/hot_spots/extract_kernels.h>
 #include <sight/hot_spots/hot_spots.h>
 
 namespace {
 
-namespace R = Tamarind::Rasters;
 namespace S = Korvane::Sight;
 namespace video = Tamarind::Parley::video;
 using kernels = S::detail::hot_spots_kernels;
 
-// Chroma of the two kinds of pixel the pictures hold: the default reference
-// exactly, and chroma far outside any default tolerance.
-struct chroma {
-  int cb, cr;
-};
-constexpr chroma key_chroma{165, 105}, cover_chroma{90, 240};
-// BGRA: the default key colour (chroma 165, 106) and pure red.
-constexpr R::pixel_bgra_u8 key_bgra{160, 90, 50, 255};
-constexpr R::pixel_bgra_u8 cover_bgra{0, 0, 255, 255};
+using harness::frame;
+using harness::layout;
 
-// One picture in all five layouts, in owned (aligned) bitmaps. A pixel is
-// painted with `cover` where covered(x, y) holds, else with the key; a
-// chroma sample of 4:2:2 or of the half-size planes takes the kind of its
-// top-left pixel. Luma varies, so that nothing may depend on it.
-struct picture {
-  R::bitmap<R::pixel_bgra_u8> bgra{};
-  R::bitmap<R::pixel_ycbcra_u8> ycbcra{};
-  R::bitmap_422<R::pixel_ycbcr_u8> ycbcr{};
-  R::bitmap<R::pixel_y_u8> y{};
-  R::bitmap<R::pixel_cbcr_u8> cbcr{};
-  R::bitmap<R::pixel_cb_u8> cb{};
-  R::bitmap<R::pixel_cr_u8> cr{};
-  video::message m;  // views of the same bitmaps, progressive, 16:9
+// A picture of the default key (BGRA 160, 90, 50: chroma 165, 105) where
+// covered(x, y) does not hold, else of red (chroma 90, 240), which is far
+// outside any default tolerance. Luma varies, so that nothing may depend on it.
+frame picture(layout l, int width, int height, std::function<bool(int, int)> const &covered) {
+  frame f(l, {width, height, 0, 0, false});
+  f.paint([&](int x, int y) {
+    std::uint8_t const luma = std::uint8_t(16 + (x * 7 + y * 3) % 220);
+    return covered(x, y) ? harness::sample{0, 0, 255, 255, luma, 90, 240} : harness::sample{160, 90, 50, 255, luma, 165, 105};
+  });
+  return f;
+}
 
-  picture(int width, int height, std::function<bool(int, int)> const &covered, chroma cover = cover_chroma) {
-    R::allocate(bgra, width, height), R::allocate(ycbcra, width, height), R::allocate(ycbcr, width, height);
-    R::allocate(y, width, height), R::allocate(cbcr, width / 2, height / 2);
-    R::allocate(cb, width / 2, height / 2), R::allocate(cr, width / 2, height / 2);
-    for (int yy = 0; yy < height; ++yy)
-      for (int x = 0; x < width; ++x) {
-        std::uint8_t const luma = std::uint8_t(16 + (x * 7 + yy * 3) % 220);
-        R::line(bgra, yy)[x] = covered(x, yy) ? cover_bgra : key_bgra;
-        chroma const c = covered(x, yy) ? cover : key_chroma;
-        R::line(ycbcra, yy)[x] = {luma, std::uint8_t(c.cb), std::uint8_t(c.cr), 0};
-        R::line(y, yy)[x] = {luma};
-        if (x % 2 == 0) R::line(ycbcr, yy)[x / 2] = {std::uint8_t(c.cb), luma, std::uint8_t(c.cr), luma};
-        if (x % 2 == 0 && yy % 2 == 0 && x / 2 < cbcr.width && yy / 2 < cbcr.height) {
-          R::line(cbcr, yy / 2)[x / 2] = {std::uint8_t(c.cb), std::uint8_t(c.cr)};
-          R::line(cb, yy / 2)[x / 2] = {std::uint8_t(c.cb)};
-          R::line(cr, yy / 2)[x / 2] = {std::uint8_t(c.cr)};
-        }
-      }
-    m.xres() = width, m.yres() = height, m.aspect_ratio() = 16.0f / 9.0f;
-    m.bgra() = bgra, m.ycbcra() = ycbcra, m.ycbcr() = ycbcr, m.y() = y, m.cbcr() = cbcr, m.cb() = cb, m.cr() = cr;
-    for (auto *b : {&m.bgra().owned, &m.ycbcra().owned, &m.ycbcr().owned, &m.y().owned, &m.cbcr().owned,
-                    &m.cb().owned, &m.cr().owned})
-      *b = false;
-  }
-  ~picture() {
-    R::release(bgra), R::release(ycbcra), R::release(ycbcr), R::release(y);
-    R::release(cbcr), R::release(cb), R::release(cr);
-  }
-  picture(picture const &) = delete;
-};
-
-enum class layout { bgra, ycbcra, ycbcr_422, y_cbcr, planar };
-constexpr layout all_layouts[] = {layout::bgra, layout::ycbcra, layout::ycbcr_422, layout::y_cbcr, layout::planar};
-
-char const *const layout_names[] = {"bgra", "ycbcra", "ycbcr422", "y_cbcr", "planar"};
-
-S::hot_spots_info run(S::hot_spots &op, picture const &p, layout l, float aspect) {
-  switch (l) {
-    case layout::bgra: return op(p.bgra, aspect);
-    case layout::ycbcra: return op(p.ycbcra, aspect);
-    case layout::ycbcr_422: return op(p.ycbcr, aspect);
-    case layout::y_cbcr: return op(p.y, p.cbcr, aspect);
-    case layout::planar: return op(p.y, p.cb, p.cr, aspect);
-  }
-  return {};
+S::hot_spots_info run(S::hot_spots &op, frame const &f, float aspect) {
+  return harness::visit(f, [&](auto const &...b) { return op(b..., aspect); });
 }
 
 std::string values_of(S::hot_spots_info const &info) {
@@ -125,7 +72,7 @@ bool covers(layout l, S::detail::spot_rect const &r, int x, int y) {
     case layout::ycbcr_422:
       return x >= (lt.x + 1) / 2 * 2 && x < rb.x / 2 * 2 && y >= lt.y && y < rb.y;
     case layout::y_cbcr:
-    case layout::planar:
+    case layout::y_cb_cr:
       return x / 2 >= lt.x / 2 && x / 2 < rb.x / 2 && y / 2 >= lt.y / 2 && y / 2 < rb.y / 2;
     default:
       return inside(r, x, y);
@@ -215,14 +162,14 @@ TEST_P(decision_test, covered_spots_fire_by_threshold) {
   S::hot_spots op = all_on();
   op.spots(7).x() = 5.0f;  // wholly right of the picture: empty after clipping
   S::detail::spot_rect const r2 = rect_of(op, 2, 640, 360, 0.0f);
-  picture const p(640, 360, [&](int x, int y) { return covers(l, r2, x, y); });
-  EXPECT_EQ(values_of(run(op, p, l, 0.0f)), "22122222");
+  frame const p = picture(l, 640, 360, [&](int x, int y) { return covers(l, r2, x, y); });
+  EXPECT_EQ(values_of(run(op, p, 0.0f)), "22122222");
   for (int threshold : {0, -5}) {
     op.threshold() = threshold;
-    EXPECT_EQ(values_of(run(op, p, l, 0.0f)), "11111112") << "threshold " << threshold;
+    EXPECT_EQ(values_of(run(op, p, 0.0f)), "11111112") << "threshold " << threshold;
   }
   op.enabled() = false;
-  EXPECT_EQ(values_of(run(op, p, l, 0.0f)), "00000000");
+  EXPECT_EQ(values_of(run(op, p, 0.0f)), "00000000");
 
   // A threshold above the area asks for every sample of the rectangle: all
   // covered fires, all but one row does not. Nothing outside the rectangle
@@ -230,32 +177,36 @@ TEST_P(decision_test, covered_spots_fire_by_threshold) {
   op.enabled() = true;
   op.threshold() = 1000000;
   S::detail::spot_rect const r = rect_of(op, 1, 640, 360, 0.0f);
-  picture const all(640, 360, [&](int x, int y) { return covers(l, r, x, y); });
-  EXPECT_EQ(int(run(op, all, l, 0.0f).detected(1)), 1);
+  frame const all = picture(l, 640, 360, [&](int x, int y) { return covers(l, r, x, y); });
+  EXPECT_EQ(int(run(op, all, 0.0f).detected(1)), 1);
   // Spare the rectangle's first chroma row: a pixel row, or in the halved
   // planes the two pixel rows of the first plane row.
-  bool const halved = l == layout::y_cbcr || l == layout::planar;
+  bool const halved = l == layout::y_cbcr || l == layout::y_cb_cr;
   auto const spared = [&](int y) { return halved ? y / 2 == r.left_top.y / 2 : y == r.left_top.y; };
-  picture const most(640, 360, [&](int x, int y) { return covers(l, r, x, y) && !spared(y); });
-  EXPECT_EQ(int(run(op, most, l, 0.0f).detected(1)), 2);
+  frame const most = picture(l, 640, 360, [&](int x, int y) { return covers(l, r, x, y) && !spared(y); });
+  EXPECT_EQ(int(run(op, most, 0.0f).detected(1)), 2);
 }
 
-INSTANTIATE_TEST_SUITE_P(layouts, decision_test, ::testing::ValuesIn(all_layouts),
-                         [](auto const &info) { return std::string(layout_names[int(info.param)]); });
+INSTANTIATE_TEST_SUITE_P(layouts, decision_test, ::testing::ValuesIn(harness::pixel_layouts),
+                         [](auto const &info) { return std::string(harness::name_of(info.param)); });
 
-// Every handled format goes to its layout; unknown formats give zeros.
+// Each layout's formats read its bitmaps; unknown formats give zeros.
 TEST(hot_spots_test, message_formats) {
   S::hot_spots op = all_on();
   S::detail::spot_rect const r2 = rect_of(op, 2, 640, 360, 16.0f / 9.0f);
-  picture f(640, 360, [&](int x, int y) { return near(r2, x, y); });
-  for (int format = -1; format <= 7; ++format) {
-    f.m.data_format() = video::e_data_format(format);
-    bool const handled = format >= 0 && format <= 5;
-    EXPECT_EQ(values_of(op(&f.m, false)), handled ? "22122222" : "00000000") << "format " << format;
+  for (layout l : harness::pixel_layouts) {
+    frame const f = picture(l, 640, 360, [&](int x, int y) { return near(r2, x, y); });
+    video::message m = harness::message_of(f);
+    m.aspect_ratio() = 16.0f / 9.0f;
+    video::e_data_format const own = m.data_format();
+    for (int format : {int(own), l == layout::ycbcr_422 ? 1 : -1, 6}) {
+      m.data_format() = video::e_data_format(format);
+      EXPECT_EQ(values_of(op(&m, false)), format >= 0 && format < 6 ? "22122222" : "00000000") << "format " << format;
+    }
+    op.enabled() = false, m.data_format() = own;
+    EXPECT_EQ(values_of(op(&m, true)), "00000000");
+    op.enabled() = true;
   }
-  op.enabled() = false;
-  f.m.data_format() = video::format_bgra;
-  EXPECT_EQ(values_of(op(&f.m, true)), "00000000");
 }
 
 // Field type 3: each field is a picture of its own lines, 540 high. Spot
@@ -265,17 +216,17 @@ TEST(hot_spots_test, message_fields_of_an_interlaced_frame) {
   S::hot_spots op = all_on();
   op.threshold() = 1000000;  // every sample of the rectangle must differ
   S::detail::spot_rect const r = rect_of(op, 0, 1920, 540, 16.0f / 9.0f);
-  for (int drop : {0, 1}) {
-    picture f(1920, 1080, [&](int x, int y) {
-      return y % 2 == 1 && inside(r, x, y / 2) && y / 2 < r.right_bottom.y - drop;
-    });
-    f.m.field_type() = video::field_interlaced;
-    for (int format : {0, 3, 4}) {
-      f.m.data_format() = video::e_data_format(format);
-      EXPECT_EQ(int(op(&f.m, true).detected(0)), drop ? 2 : 1) << "format " << format;
-      EXPECT_EQ(int(op(&f.m, false).detected(0)), 2) << "format " << format;
+  for (int drop : {0, 1})
+    for (layout l : {layout::ycbcr_422, layout::ycbcra, layout::bgra}) {
+      frame const f = picture(l, 1920, 1080, [&](int x, int y) {
+        return y % 2 == 1 && inside(r, x, y / 2) && y / 2 < r.right_bottom.y - drop;
+      });
+      video::message m = harness::message_of(f);
+      m.aspect_ratio() = 16.0f / 9.0f;
+      m.field_type() = video::field_interlaced;
+      EXPECT_EQ(int(op(&m, true).detected(0)), drop ? 2 : 1) << harness::name_of(l);
+      EXPECT_EQ(int(op(&m, false).detected(0)), 2) << harness::name_of(l);
     }
-  }
 }
 
 }  // namespace

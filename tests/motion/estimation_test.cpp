@@ -20,28 +20,23 @@
 #include <vector>
 
 #include "motion/estimation_model.h"
+#include "support/harness.h"
 
 namespace {
 
 using Korvane::Sight::y_bitmap;
 
-// A picture held with a chosen start offset and line padding, so that the
-// kernel's aligned member (offset 0, stride a multiple of 16) or its
-// unaligned one runs.
-struct picture {
-  std::vector<std::uint8_t> bytes;
-  y_bitmap view{};
-  picture(int w, int h, bool aligned, auto &&value) {
-    int const stride = aligned ? (w + 15) / 16 * 16 : w + 3, offset = aligned ? 0 : 1;
-    bytes.assign(std::size_t(stride) * std::size_t(h) + 32, 0xA5);
-    auto *base = bytes.data() + (16 - reinterpret_cast<std::uintptr_t>(bytes.data()) % 16) % 16;
-    view = {reinterpret_cast<Tamarind::Rasters::pixel_y_u8 *>(base + offset), w, h, stride, false};
+// A picture in exactly sized memory, placed so that the kernel's aligned
+// member (offset 0, stride a multiple of 16) or its unaligned one runs.
+struct picture : harness::plane {
+  y_bitmap view;
+  picture(int w, int h, bool aligned, auto &&value)
+      : harness::plane({w, h, aligned ? (w + 15) / 16 * 16 : w + 3, aligned ? 0 : 1, 0}),
+        view{reinterpret_cast<Tamarind::Rasters::pixel_y_u8 *>(data()), w, h, shape().stride, false} {
     for (int y = 0; y < h; ++y)
-      for (int x = 0; x < w; ++x) base[offset + y * stride + x] = std::uint8_t(value(x, y));
+      for (int x = 0; x < w; ++x) line(y)[x] = std::uint8_t(value(x, y));
   }
-  motion_model::plane plane() const {
-    return {reinterpret_cast<std::uint8_t const *>(view.data), view.stride};
-  }
+  motion_model::plane plane() const { return {data(), shape().stride}; }
 };
 
 // Smooth texture, so that Gauss-Newton on it converges from a small shift.

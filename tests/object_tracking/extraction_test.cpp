@@ -66,6 +66,7 @@ INSTANTIATE_TEST_SUITE_P(
         extraction_case{"heavier_cropped_away_last", {"...1", "....", "9..."}, 0.25f, 0, 100, 28, 4},
         extraction_case{"centre_on_bound_passes", {"1...", "....", "...."}, 0.125f, 0, 100, 4, 4},
         extraction_case{"heavier_first_stands", {"2...", "....", "...1"}, 0, 0, 200, 4, 4},
+        extraction_case{"run_of_a_row_is_one_region", {"..11", "....", "1..."}, 0, 0, 200, 24, 4},
         extraction_case{"corner_touching_cells_join", {"1...", ".1..", "..1.", ".1.."}, 0, 0, 400, 12, 16},
         extraction_case{"ring_centre_on_empty_cell", {"111", "1.1", "111"}, 0, 0, 800, 12, 12},
         extraction_case{"u_shape_joins_from_below", {"1.1", "1.1", "111", "..."}, 0, 0, 700, 12, 13.142857f},

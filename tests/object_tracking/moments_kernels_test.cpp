@@ -67,23 +67,6 @@ void run_kernel(frame const &f, grid &g, mm::key const &k, bool preview, int &al
                             aligned});
 }
 
-void run_model(frame const &f, grid &g, mm::key const &k, bool preview) {
-  auto const &p = f.planes;
-  int const w = f.g.width, h = f.g.height;
-  float *c = g.mem.data();
-  switch (f.l) {
-    case layout::bgra: return mm::moments_bgra(p[0].data(), p[0].shape().stride, w, h, k, preview, c, g.stride);
-    case layout::ycbcra: return mm::moments_ycbcra(p[0].data(), p[0].shape().stride, w, h, k, preview, c, g.stride);
-    case layout::ycbcr_422: return mm::moments_422(p[0].data(), p[0].shape().stride, w, h, k, preview, c, g.stride);
-    case layout::y_cbcr:
-      return mm::moments_y_cbcr(p[0].data(), p[0].shape().stride, p[1].data(), p[1].shape().stride, w, h, k, preview,
-                                c, g.stride);
-    default:
-      return mm::moments_planar(p[0].data(), p[0].shape().stride, p[1].data(), p[1].shape().stride, p[2].data(),
-                                p[2].shape().stride, w, h, k, preview, c, g.stride);
-  }
-}
-
 // Every float of the grid, border and the untouched halves of empty cells
 // included, bit for bit; the first difference is named by element and float.
 ::testing::AssertionResult same_grid(grid const &want, grid const &got) {
@@ -129,7 +112,7 @@ TEST_P(moments_kernels_test, kernel_matches_the_model) {
   fill(original, k, seed);
   frame const want = original, got = original;
   grid model_grid(original), kernel_grid(original);
-  run_model(want, model_grid, k, preview);
+  mm::moments_frame(want, k, preview, model_grid.mem.data(), model_grid.stride);
   int aligned = 0;
   run_kernel(got, kernel_grid, k, preview, aligned);
   if (aligned >= 0) {

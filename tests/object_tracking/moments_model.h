@@ -16,6 +16,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "support/harness.h"
+
 namespace moments_model {
 
 struct key {
@@ -222,6 +224,22 @@ inline void moments_planar(std::uint8_t *y, int y_stride, std::uint8_t *cb_plane
                  [&](int sx, int sy, std::uint8_t *&cb, std::uint8_t *&cr) {
                    cb = internal::at(cb_plane, cb_stride, sy, sx), cr = internal::at(cr_plane, cr_stride, sy, sx);
                  });
+}
+
+// The model on a harness frame of any layout.
+inline void moments_frame(harness::frame const &f, key const &k, bool preview, float *cells, int cells_stride) {
+  auto const &p = f.planes;
+  int const w = f.g.width, h = f.g.height, s0 = p[0].shape().stride, s1 = p.size() > 1 ? p[1].shape().stride : 0;
+  switch (f.l) {
+    case harness::layout::bgra: return moments_bgra(p[0].data(), s0, w, h, k, preview, cells, cells_stride);
+    case harness::layout::ycbcra: return moments_ycbcra(p[0].data(), s0, w, h, k, preview, cells, cells_stride);
+    case harness::layout::ycbcr_422: return moments_422(p[0].data(), s0, w, h, k, preview, cells, cells_stride);
+    case harness::layout::y_cbcr:
+      return moments_y_cbcr(p[0].data(), s0, p[1].data(), s1, w, h, k, preview, cells, cells_stride);
+    default:
+      return moments_planar(p[0].data(), s0, p[1].data(), s1, p[2].data(), p[2].shape().stride, w, h, k, preview,
+                            cells, cells_stride);
+  }
 }
 
 }  // namespace moments_model

@@ -25,6 +25,7 @@
 #include <vector>
 
 #include <sight/frame/bitmap.h>
+#include <sight/frame/message.h>
 
 namespace harness {
 
@@ -201,6 +202,23 @@ decltype(auto) visit(frame const &f, F &&fn) {
   }
   return fn(f.view<P::bitmap<P::pixel_y_u8>>(), f.view<P::bitmap<P::pixel_cb_u8>>(1),
             f.view<P::bitmap<P::pixel_cr_u8>>(2));
+}
+
+// A message of the frame's size holding views of its bitmaps, with the data
+// format of its layout (for 4:2:2 the first of the two).
+inline Tamarind::Parley::video::message message_of(frame const &f) {
+  namespace P = Tamarind::Rasters;
+  Tamarind::Parley::video::message m;
+  m.xres() = f.g.width, m.yres() = f.g.height;
+  int const formats[] = {4, 3, 0, 5, 2};
+  m.data_format() = Tamarind::Parley::video::e_data_format(formats[int(f.l)]);
+  if (f.l == layout::bgra) m.bgra() = f.view<P::bitmap<P::pixel_bgra_u8>>();
+  if (f.l == layout::ycbcra) m.ycbcra() = f.view<P::bitmap<P::pixel_ycbcra_u8>>();
+  if (f.l == layout::ycbcr_422) m.ycbcr() = f.view<P::bitmap_422<P::pixel_ycbcr_u8>>();
+  if (f.l == layout::y_cbcr) m.cbcr() = f.view<P::bitmap<P::pixel_cbcr_u8>>(1);
+  if (f.l == layout::y_cb_cr) m.cb() = f.view<P::bitmap<P::pixel_cb_u8>>(1), m.cr() = f.view<P::bitmap<P::pixel_cr_u8>>(2);
+  if (f.planes.size() > 1) m.y() = f.view<P::bitmap<P::pixel_y_u8>>();
+  return m;
 }
 
 inline ::testing::AssertionResult same_frame(frame const &want, frame const &got) {
