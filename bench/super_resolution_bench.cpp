@@ -164,8 +164,10 @@ cv::Mat rows(lines_memory const &m, int first, int lines, int step_lines) {
 }
 
 // Field to frame by plain averaging: even lines copied, odd lines the mean
-// of the field lines around them, the last one repeated.
+// of the field lines around them, the last one repeated. threads = 1 keeps
+// OpenCV on one thread, threads = 0 lets it use its own default.
 void BM_rescale_422_opencv(benchmark::State &state) {
+  cv::setNumThreads(state.range(0) != 0 ? 1 : -1);
   int const h = frame_lines / 2;
   lines_memory const field(h, true), frame(frame_lines, true);
   for (auto _ : state) {
@@ -178,11 +180,12 @@ void BM_rescale_422_opencv(benchmark::State &state) {
   }
   state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame.bytes()));
 }
-BENCHMARK(BM_rescale_422_opencv)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_rescale_422_opencv)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
 
 // De-combing by plain averaging: odd lines the mean of the even lines around
 // them, the last odd line a copy of the even line above.
 void BM_decomb_422_opencv(benchmark::State &state) {
+  cv::setNumThreads(state.range(0) != 0 ? 1 : -1);
   int const h = frame_lines / 2;
   lines_memory const frame(frame_lines, true);
   for (auto _ : state) {
@@ -194,11 +197,12 @@ void BM_decomb_422_opencv(benchmark::State &state) {
   }
   state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame.bytes() / 2));
 }
-BENCHMARK(BM_decomb_422_opencv)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_decomb_422_opencv)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
 
 // One row of the quality table per picture: three photographs, then the
 // synthetic picture of sharp horizontal edges.
 void BM_rescale_quality(benchmark::State &state) {
+  cv::setNumThreads(1);
   auto const photos = sr_quality::photographs();
   std::size_t const i = std::size_t(state.range(0));
   cv::Mat const picture =
