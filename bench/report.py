@@ -1,0 +1,216 @@
+#!/usr/bin/python3
+"""Turns one benchmark run (the JSON files of scripts/bench.sh) into
+RESULTS.md and results.png.
+
+    report.py RUN_FOLDER OUTPUT_FOLDER
+
+Every time is the median over the repetitions of a case's wall-clock time per
+frame (or per call), so that OpenCV's threaded runs count as they are felt.
+Ratio to the floor: our time over the floor's (1.0 would be as fast as only
+reading, or copying, the bytes). Ratio to the peer: the peer's time over ours
+(how many times faster we are). Cases missing from the run show as "-".
+"""
+import json
+import os
+import re
+import statistics
+import subprocess
+import sys
+
+# One row per operator and case:
+#   (operator, case, ours, floor, peer on one thread, peer with OpenCV's threads, goals)
+# Names are "program:run name" (the program without sight_ and _bench); "name#counter" takes the median of a
+# counter (milliseconds) instead of the time. Goals: ("floor", k) ours within
+# k times the floor; ("peer", k) at least k times faster than the one-thread
+# peer; ("ms", t) at most t milliseconds.
+LAYOUTS = [("BGRA", "bgra", "bgra"), ("YCbCrA", "ycbcra", "ycbcra"), ("4:2:2", "422", "ycbcr422"),
+           ("Y + CbCr", "y_cbcr", "y_cbcr"), ("Three planes", "planar", "planar")]
+TRACKER_GOALS = {"bgra": [("peer", 8), ("floor", 8)], "422": [("peer", 12), ("floor", 5)]}
+
+ROWS = []
+for label, name, _ in LAYOUTS:
+    ROWS.append(("Colour-key tracker", f"{label}, moment pass", f"object_tracking:BM_generate_moments_{name}/preview:0/aligned:1",
+                 f"object_tracking:BM_read_pass_{name}/aligned:1", f"object_tracking:BM_opencv_{name}", None, []))
+    ROWS.append(("Colour-key tracker", f"{label}, whole call", f"object_tracking:BM_object_tracking_{name}/preview:0/aligned:1",
+                 f"object_tracking:BM_read_pass_{name}/aligned:1", f"object_tracking:BM_opencv_{name}", None, TRACKER_GOALS.get(name, [])))
+for label, _, name in LAYOUTS:
+    ROWS.append(("Hot spots", f"{label}, eight default spots", f"hot_spots:BM_hot_spots_{name}", None,
+                 f"hot_spots:BM_opencv_spots_{name}", None, [("peer", 2)]))
+    ROWS.append(("Hot spots", f"{label}, eight whole-frame spots", f"hot_spots:BM_hot_spots_whole_{name}",
+                 f"hot_spots:BM_read_pass_{name}", None, None, [("floor", 6)]))
+for w, h in [(720, 576), (720, 1080), (1920, 576), (1920, 1080), (3840, 2160)]:
+    ROWS.append(("Corners", f"{w}x{h} photograph", f"corner:BM_corner_detection_422/w:{w}/h:{h}/aligned:1",
+                 f"corner:BM_corner_read_pass_422/w:{w}/h:{h}", f"corner:BM_cv_fast_gray/w:{w}/h:{h}/wide:1/threads:1",
+                 f"corner:BM_cv_fast_gray/w:{w}/h:{h}/wide:1/threads:0", [("peer", 2)] if w >= 1920 and h >= 1080 else []))
+ROWS += [
+    ("Chamfer tracker", "block scan, region", "object_tracking_2:BM_chamfer_pass_1/region:1/aligned:1", "object_tracking_2:BM_read_pass/aligned:1",
+     "object_tracking_2:BM_opencv_distance/region:1/threads:1", "object_tracking_2:BM_opencv_distance/region:1/threads:0", [("floor", 2)]),
+    ("Chamfer tracker", "call, no region", "object_tracking_2:BM_object_tracking_2/region:0/aligned:1", "object_tracking_2:BM_read_pass/aligned:1",
+     "object_tracking_2:BM_opencv_distance/region:0/threads:1", "object_tracking_2:BM_opencv_distance/region:0/threads:0", [("ms", 0.25)]),
+    ("Chamfer tracker", "call with region, without the picture", "object_tracking_2:BM_draw_star/region:1/aligned:1",
+     "object_tracking_2:BM_read_pass/aligned:1", "object_tracking_2:BM_opencv_distance/region:1/threads:1", "object_tracking_2:BM_opencv_distance/region:1/threads:0",
+     [("ms", 0.25)]),
+    ("Chamfer tracker", "call with region and picture", "object_tracking_2:BM_object_tracking_2/region:1/aligned:1", None, None, None,
+     []),
+    ("Rescaling", "rescale 1920x540 to 1920x1080", "super_resolution:BM_rescale_422/aligned:1", "super_resolution:BM_rescale_422_memcpy",
+     "super_resolution:BM_rescale_422_opencv/threads:1", "super_resolution:BM_rescale_422_opencv/threads:0", [("floor", 3)]),
+    ("Rescaling", "decomb 1920x1080 in place", "super_resolution:BM_decomb_422/aligned:1", "super_resolution:BM_decomb_422_memcpy",
+     "super_resolution:BM_decomb_422_opencv/threads:1", "super_resolution:BM_decomb_422_opencv/threads:0", [("floor", 3)]),
+    ("Colour matching", "image statistics", "color_matching:BM_image_statistics_422", "color_matching:BM_image_statistics_422_read_pass",
+     "color_matching:BM_image_statistics_422_opencv/threads:1", "color_matching:BM_image_statistics_422_opencv/threads:0", [("ms", 3)]),
+    ("Colour matching", "procamp pass", "color_matching:BM_apply_procamp_422/aligned:1", "color_matching:BM_apply_procamp_422_memcpy",
+     "color_matching:BM_apply_procamp_422_opencv_lut/threads:1", "color_matching:BM_apply_procamp_422_opencv_lut/threads:0",
+     [("floor", 3), ("peer", 3)]),
+    ("Colour matching", "whole search", "color_matching:BM_color_matching_422", None, None, None, []),
+]
+for n in (4, 100, 10000):
+    ROWS.append(("Perspective", f"{n} pairs, added and solved", f"perspective:BM_perspective_estimate/pairs:{n}",
+                 f"perspective:BM_perspective_read_pass/pairs:{n}", f"perspective:BM_perspective_find_homography/pairs:{n}/threads:1",
+                 f"perspective:BM_perspective_find_homography/pairs:{n}/threads:0", [("peer", 5)] if n == 100 else []))
+ROWS += [
+    ("Motion", "pixel pass", "motion:BM_motion_estimation_y_pass/aligned:1", "motion:BM_motion_estimation_y_read_pass",
+     "motion:BM_opencv_ecc_iteration/threads:1", "motion:BM_opencv_ecc_iteration/threads:0", []),
+    ("Motion", "loop iteration without the PNG", "motion:BM_motion_estimation_y_loop/png:0#ms_per_iteration",
+     "motion:BM_motion_estimation_y_read_pass", "motion:BM_opencv_ecc_iteration/threads:1", "motion:BM_opencv_ecc_iteration/threads:0",
+     [("ms", 6), ("peer", 1)]),
+]
+
+TO_MS = {"ns": 1e-6, "us": 1e-3, "ms": 1.0, "s": 1e3}
+
+
+def load_runs(folder):
+    """Median milliseconds of every case (and of every counter, as 'case#counter')."""
+    samples = {}
+    for file in sorted(os.listdir(folder)):
+        if not file.endswith("_bench.json"):
+            continue
+        with open(os.path.join(folder, file)) as f:
+            text = f.read()
+        if not text.strip():
+            continue  # a program none of whose cases the filter kept
+        data = json.loads(text)
+        program = file[len("sight_"):-len("_bench.json")]
+        for b in data.get("benchmarks", []):
+            if b.get("run_type") != "iteration" or b.get("error_occurred"):
+                continue
+            name = program + ":" + b.get("run_name", b["name"])
+            samples.setdefault(name, []).append(b["real_time"] * TO_MS[b.get("time_unit", "ns")])
+            for counter in ("ms_per_iteration",):
+                if counter in b:
+                    samples.setdefault(f"{name}#{counter}", []).append(b[counter])
+    return {name: statistics.median(v) for name, v in samples.items()}, len(samples)
+
+
+def fmt_ms(v):
+    if v is None:
+        return "-"
+    return f"{v:.3g}" if v >= 0.01 else f"{v:.2g}"
+
+
+def fmt_ratio(v):
+    return "-" if v is None else f"{v:.2f}x" if v < 10 else f"{v:.1f}x"
+
+
+def verdicts(goals, ours, to_floor, to_peer):
+    texts = []
+    for kind, k in goals:
+        if kind == "floor":
+            value, text = to_floor, f"within {k}x floor"
+            met = None if value is None else value <= k
+        elif kind == "peer":
+            value, text = to_peer, f"at least {k}x faster than OpenCV" if k > 1 else "faster than OpenCV"
+            met = None if value is None else value >= k
+        else:
+            value, text = ours, f"at most {k} ms"
+            met = None if value is None else value <= k
+        texts.append(f"{text}: {'not measured' if met is None else 'met' if met else 'NOT MET'}")
+    return "; ".join(texts)
+
+
+def ratio(a, b):
+    return None if a is None or b is None or b == 0 else a / b
+
+
+def main():
+    run, out = sys.argv[1], sys.argv[2]
+    times, cases = load_runs(run)
+    with open(os.path.join(run, "machine.json")) as f:
+        machine = json.load(f)
+    rows = []
+    for op, case, ours_n, floor_n, peer_n, threads_n, goals in ROWS:
+        get = lambda n: times.get(n) if n else None
+        ours, floor, peer, threads = get(ours_n), get(floor_n), get(peer_n), get(threads_n)
+        to_floor, to_peer, to_threads = ratio(ours, floor), ratio(peer, ours), ratio(threads, ours)
+        rows.append((op, case, ours, floor, to_floor, peer, to_peer, threads, to_threads,
+                     verdicts(goals, ours, to_floor, to_peer), [n for n in (ours_n, floor_n, peer_n, threads_n)
+                                                             if n and n not in times]))
+
+    lines = [
+        "# Benchmark results",
+        "",
+        "Written by `bench/report.py` from one run of `bash scripts/bench.sh`; do not edit by hand.",
+        "",
+        f"- Machine: {machine['cpu']}, {machine['cores']} cores",
+        f"- Compiler: {machine['compiler']}; build: Release, -msse4.1",
+        f"- Libraries: Korvane.Sight {machine['library']} (commit {machine['commit']}), OpenCV {machine['opencv']}, "
+        f"Eigen {machine['eigen']}, Google Benchmark {machine['benchmark']}",
+        f"- Load average (1, 5, 15 min): {machine['load_start']} at the start, {machine['load_end']} at the end",
+        f"- Run: every program on one benchmark thread, its cases interleaved at random, "
+        f"{machine['repetitions']} repetitions of at least {machine['min_time']} s; {cases} cases, "
+        f"{machine['seconds']} s in all",
+        "",
+        "Times are medians of the repetitions' wall-clock milliseconds per frame (per call for the "
+        "perspective estimator, per iteration for motion). *Floor*: a plain read pass over the bytes the "
+        "operation reads, or a memcpy of the bytes it writes, in the same program run; *x floor* is our time "
+        "over the floor's. *OpenCV*: the same job done the usual OpenCV way, on one thread, and with OpenCV's "
+        "own threads where the program measures it; *faster* is OpenCV's time over ours. A load above the "
+        "machine's cores stretches wall times; ratios come from cases interleaved in one run and hold better "
+        "than single values.",
+        "",
+        "| Operator | Case | Ours (ms) | Floor (ms) | x floor | OpenCV, 1 thread (ms) | Faster | "
+        "OpenCV, threads (ms) | Faster | Goal |",
+        "|---|---|---|---|---|---|---|---|---|---|",
+    ]
+    for op, case, ours, floor, tf, peer, tp, threads, tt, goal, _ in rows:
+        lines.append(f"| {op} | {case} | {fmt_ms(ours)} | {fmt_ms(floor)} | {fmt_ratio(tf)} | {fmt_ms(peer)} | "
+                     f"{fmt_ratio(tp)} | {fmt_ms(threads)} | {fmt_ratio(tt)} | {goal} |")
+    missing = sorted({n for r in rows for n in r[10]})
+    if missing:
+        lines += ["", "Cases the table names that this run did not have:", ""]
+        lines += [f"- `{n}`" for n in missing]
+    lines += ["", "![Ratios to the floor and to OpenCV](results.png)", ""]
+    with open(os.path.join(out, "RESULTS.md"), "w") as f:
+        f.write("\n".join(lines))
+    chart(rows, os.path.join(out, "results.png"), machine)
+
+
+def chart(rows, png, machine):
+    """Horizontal bars on a log scale: x floor and faster than OpenCV (one thread) per row."""
+    data = [r for r in rows if r[4] is not None or r[6] is not None]
+    table = "\n".join(f'"{r[0]}: {r[1]}" {r[4] if r[4] is not None else "NaN"} '
+                      f'{r[6] if r[6] is not None else "NaN"}' for r in reversed(data))
+    height = 120 + 26 * len(data)
+    script = f"""
+set terminal pngcairo size 1100,{height} font "sans,9"
+set output "{png}"
+set title "Per operator and case: time over the floor (lower is better) and OpenCV's time over ours (higher is better)\\nload average {machine['load_start']} at the start, {machine['load_end']} at the end"
+set logscale x 10
+set xrange [0.1:1000]
+set xlabel "ratio (log scale)"
+set grid xtics
+set yrange [-0.7:{len(data) - 0.3}]
+set ytics nomirror
+set key outside top center horizontal
+set style fill solid 0.8 noborder
+set arrow from 1, graph 0 to 1, graph 1 nohead lc "black"
+$data << EOD
+{table}
+EOD
+plot $data using (1):($0):($2<1?$2:1):($2<1?1:$2):($0+0.02):($0+0.36):yticlabels(1) with boxxyerror lc "#d95f02" title "x floor", \\
+     $data using (1):($0):($3<1?$3:1):($3<1?1:$3):($0-0.36):($0-0.02) with boxxyerror lc "#1b9e77" title "times faster than OpenCV (1 thread)"
+"""
+    subprocess.run(["gnuplot"], input=script, text=True, check=True)
+
+
+if __name__ == "__main__":
+    main()
