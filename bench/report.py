@@ -52,10 +52,6 @@ ROWS += [
      [("ms", 0.25)]),
     ("Chamfer tracker", "call with region and picture", "object_tracking_2:BM_object_tracking_2/region:1/aligned:1", None, None, None,
      []),
-    ("Rescaling", "rescale 1920x540 to 1920x1080", "super_resolution:BM_rescale_422/aligned:1", "super_resolution:BM_rescale_422_memcpy",
-     "super_resolution:BM_rescale_422_opencv/threads:1", "super_resolution:BM_rescale_422_opencv/threads:0", [("floor", 3)]),
-    ("Rescaling", "decomb 1920x1080 in place", "super_resolution:BM_decomb_422/aligned:1", "super_resolution:BM_decomb_422_memcpy",
-     "super_resolution:BM_decomb_422_opencv/threads:1", "super_resolution:BM_decomb_422_opencv/threads:0", [("floor", 3)]),
     ("Colour matching", "image statistics", "color_matching:BM_image_statistics_422", "color_matching:BM_image_statistics_422_read_pass",
      "color_matching:BM_image_statistics_422_opencv/threads:1", "color_matching:BM_image_statistics_422_opencv/threads:0", [("ms", 3)]),
     ("Colour matching", "procamp pass", "color_matching:BM_apply_procamp_422/aligned:1", "color_matching:BM_apply_procamp_422_memcpy",
@@ -63,6 +59,12 @@ ROWS += [
      [("floor", 3), ("peer", 3)]),
     ("Colour matching", "whole search", "color_matching:BM_color_matching_422", None, None, None, []),
 ]
+for w in (1920, 3840):
+    for op, case in (("rescale", f"rescale {w}x{w * 9 // 32} to {w}x{w * 9 // 16}"),
+                     ("decomb", f"decomb {w}x{w * 9 // 16} in place")):
+        ROWS.append(("Rescaling", case, f"super_resolution:BM_{op}_422/aligned:1/w:{w}",
+                     f"super_resolution:BM_{op}_422_memcpy/w:{w}", f"super_resolution:BM_{op}_422_opencv/threads:1/w:{w}",
+                     f"super_resolution:BM_{op}_422_opencv/threads:0/w:{w}", [("floor", 3)]))
 for n in (4, 100, 10000):
     ROWS.append(("Perspective", f"{n} pairs, added and solved", f"perspective:BM_perspective_estimate/pairs:{n}",
                  f"perspective:BM_perspective_read_pass/pairs:{n}", f"perspective:BM_perspective_find_homography/pairs:{n}/threads:1",
