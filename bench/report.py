@@ -52,12 +52,7 @@ ROWS += [
      [("ms", 0.25)]),
     ("Chamfer tracker", "call with region and picture", "object_tracking_2:BM_object_tracking_2/region:1/aligned:1", None, None, None,
      []),
-    ("Colour matching", "image statistics", "color_matching:BM_image_statistics_422", "color_matching:BM_image_statistics_422_read_pass",
-     "color_matching:BM_image_statistics_422_opencv/threads:1", "color_matching:BM_image_statistics_422_opencv/threads:0", [("ms", 3)]),
-    ("Colour matching", "procamp pass", "color_matching:BM_apply_procamp_422/aligned:1", "color_matching:BM_apply_procamp_422_memcpy",
-     "color_matching:BM_apply_procamp_422_opencv_lut/threads:1", "color_matching:BM_apply_procamp_422_opencv_lut/threads:0",
-     [("floor", 3), ("peer", 3)]),
-    ("Colour matching", "whole search", "color_matching:BM_color_matching_422", None, None, None, []),
+    ("Colour matching", "whole search, 1920x1080", "color_matching:BM_color_matching_422/w:1920", None, None, None, []),
 ]
 for w in (1920, 3840):
     for op, case in (("rescale", f"rescale {w}x{w * 9 // 32} to {w}x{w * 9 // 16}"),
@@ -65,6 +60,16 @@ for w in (1920, 3840):
         ROWS.append(("Rescaling", case, f"super_resolution:BM_{op}_422/aligned:1/w:{w}",
                      f"super_resolution:BM_{op}_422_memcpy/w:{w}", f"super_resolution:BM_{op}_422_opencv/threads:1/w:{w}",
                      f"super_resolution:BM_{op}_422_opencv/threads:0/w:{w}", [("floor", 3)]))
+for w in (1920, 3840):
+    size = f"{w}x{w * 9 // 16}"
+    ROWS.append(("Colour matching", f"image statistics, {size}", f"color_matching:BM_image_statistics_422/w:{w}",
+                 f"color_matching:BM_image_statistics_422_read_pass/w:{w}",
+                 f"color_matching:BM_image_statistics_422_opencv/threads:1/w:{w}",
+                 f"color_matching:BM_image_statistics_422_opencv/threads:0/w:{w}", [("ms", 3)] if w == 1920 else []))
+    ROWS.append(("Colour matching", f"procamp pass, {size}", f"color_matching:BM_apply_procamp_422/aligned:1/w:{w}",
+                 f"color_matching:BM_apply_procamp_422_memcpy/w:{w}",
+                 f"color_matching:BM_apply_procamp_422_opencv_lut/threads:1/w:{w}",
+                 f"color_matching:BM_apply_procamp_422_opencv_lut/threads:0/w:{w}", [("floor", 3), ("peer", 3)]))
 for n in (4, 100, 10000):
     ROWS.append(("Perspective", f"{n} pairs, added and solved", f"perspective:BM_perspective_estimate/pairs:{n}",
                  f"perspective:BM_perspective_read_pass/pairs:{n}", f"perspective:BM_perspective_find_homography/pairs:{n}/threads:1",
@@ -96,11 +101,13 @@ def load_runs(folder):
             if b.get("run_type") != "iteration" or b.get("error_occurred"):
                 continue
             name = program + ":" + b.get("run_name", b["name"])
-            samples.setdefault(name, []).append(b["real_time"] * TO_MS[b.get("time_unit", "ns")])
-            for counter in ("ms_per_iteration",):
+            unit = TO_MS[b.get("time_unit", "ns")]
+            samples.setdefault(name, []).append(b["real_time"] * unit)
+            samples.setdefault(name + "@cpu", []).append(b["cpu_time"] * unit)
+            for counter in ("ms_per_iteration", "cpu_ms_per_iteration"):
                 if counter in b:
                     samples.setdefault(f"{name}#{counter}", []).append(b[counter])
-    return {name: statistics.median(v) for name, v in samples.items()}, len(samples)
+    return {name: statistics.median(v) for name, v in samples.items()}, sum("@" not in n and "#" not in n for n in samples)
 
 
 def fmt_ms(v):
@@ -142,8 +149,9 @@ def main():
     for op, case, ours_n, floor_n, peer_n, threads_n, goals in ROWS:
         get = lambda n: times.get(n) if n else None
         ours, floor, peer, threads = get(ours_n), get(floor_n), get(peer_n), get(threads_n)
+        ours_cpu = times.get(ours_n.replace("#", "#cpu_") if "#" in ours_n else ours_n + "@cpu")
         to_floor, to_peer, to_threads = ratio(ours, floor), ratio(peer, ours), ratio(threads, ours)
-        rows.append((op, case, ours, floor, to_floor, peer, to_peer, threads, to_threads,
+        rows.append((op, case, ours, ours_cpu, floor, to_floor, peer, to_peer, threads, to_threads,
                      verdicts(goals, ours, to_floor, to_peer), [n for n in (ours_n, floor_n, peer_n, threads_n)
                                                              if n and n not in times]))
 
@@ -165,18 +173,18 @@ def main():
         "perspective estimator, per iteration for motion). *Floor*: a plain read pass over the bytes the "
         "operation reads, or a memcpy of the bytes it writes, in the same program run; *x floor* is our time "
         "over the floor's. *OpenCV*: the same job done the usual OpenCV way, on one thread, and with OpenCV's "
-        "own threads where the program measures it; *faster* is OpenCV's time over ours. A load above the "
+        "own threads where the program measures it; *faster* is OpenCV's time over ours. *Ours, CPU*: the processor time of the benchmark's thread, for comparison with the wall-clock time under load. A load above the "
         "machine's cores stretches wall times; ratios come from cases interleaved in one run and hold better "
         "than single values.",
         "",
-        "| Operator | Case | Ours (ms) | Floor (ms) | x floor | OpenCV, 1 thread (ms) | Faster | "
+        "| Operator | Case | Ours (ms) | Ours, CPU (ms) | Floor (ms) | x floor | OpenCV, 1 thread (ms) | Faster | "
         "OpenCV, threads (ms) | Faster | Goal |",
-        "|---|---|---|---|---|---|---|---|---|---|",
+        "|---|---|---|---|---|---|---|---|---|---|---|",
     ]
-    for op, case, ours, floor, tf, peer, tp, threads, tt, goal, _ in rows:
-        lines.append(f"| {op} | {case} | {fmt_ms(ours)} | {fmt_ms(floor)} | {fmt_ratio(tf)} | {fmt_ms(peer)} | "
+    for op, case, ours, ours_cpu, floor, tf, peer, tp, threads, tt, goal, _ in rows:
+        lines.append(f"| {op} | {case} | {fmt_ms(ours)} | {fmt_ms(ours_cpu)} | {fmt_ms(floor)} | {fmt_ratio(tf)} | {fmt_ms(peer)} | "
                      f"{fmt_ratio(tp)} | {fmt_ms(threads)} | {fmt_ratio(tt)} | {goal} |")
-    missing = sorted({n for r in rows for n in r[10]})
+    missing = sorted({n for r in rows for n in r[11]})
     if missing:
         lines += ["", "Cases the table names that this run did not have:", ""]
         lines += [f"- `{n}`" for n in missing]
@@ -188,9 +196,9 @@ def main():
 
 def chart(rows, png, machine):
     """Horizontal bars on a log scale: x floor and faster than OpenCV (one thread) per row."""
-    data = [r for r in rows if r[4] is not None or r[6] is not None]
-    table = "\n".join(f'"{r[0]}: {r[1]}" {r[4] if r[4] is not None else "NaN"} '
-                      f'{r[6] if r[6] is not None else "NaN"}' for r in reversed(data))
+    data = [r for r in rows if r[5] is not None or r[7] is not None]
+    table = "\n".join(f'"{r[0]}: {r[1]}" {r[5] if r[5] is not None else "NaN"} '
+                      f'{r[7] if r[7] is not None else "NaN"}' for r in reversed(data))
     height = 120 + 26 * len(data)
     script = f"""
 set terminal pngcairo size 1100,{height} font "sans,9"
