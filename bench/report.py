@@ -26,61 +26,81 @@ import sys
 LAYOUTS = [("BGRA", "bgra", "bgra"), ("YCbCrA", "ycbcra", "ycbcra"), ("4:2:2", "422", "ycbcr422"),
            ("Y + CbCr", "y_cbcr", "y_cbcr"), ("Three planes", "planar", "planar")]
 TRACKER_GOALS = {"bgra": [("peer", 8), ("floor", 8)], "422": [("peer", 12), ("floor", 5)]}
+SIZES = {1920: "1920x1080", 3840: "3840x2160"}
+
+
+def rows_of(program, operator, *rows):
+    """Rows of one program: its names without the program's prefix, None where a role has no case."""
+    def named(n):
+        return f"{program}:{n}" if n else None
+    return [(operator, case, named(ours), named(floor), named(peer), named(threads), goals)
+            for case, ours, floor, peer, threads, goals in rows]
+
 
 ROWS = []
 for label, name, _ in LAYOUTS:
-    ROWS.append(("Colour-key tracker", f"{label}, moment pass", f"object_tracking:BM_generate_moments_{name}/preview:0/aligned:1",
-                 f"object_tracking:BM_read_pass_{name}/aligned:1", f"object_tracking:BM_opencv_{name}", None, []))
-    ROWS.append(("Colour-key tracker", f"{label}, whole call", f"object_tracking:BM_object_tracking_{name}/preview:0/aligned:1",
-                 f"object_tracking:BM_read_pass_{name}/aligned:1", f"object_tracking:BM_opencv_{name}", None, TRACKER_GOALS.get(name, [])))
+    ROWS += rows_of("object_tracking", "Colour-key tracker",
+                    (f"{label}, moment pass", f"BM_generate_moments_{name}/preview:0/aligned:1",
+                     f"BM_read_pass_{name}/aligned:1", f"BM_opencv_{name}", None, []),
+                    (f"{label}, whole call", f"BM_object_tracking_{name}/preview:0/aligned:1",
+                     f"BM_read_pass_{name}/aligned:1", f"BM_opencv_{name}", None, TRACKER_GOALS.get(name, [])))
 for label, _, name in LAYOUTS:
-    ROWS.append(("Hot spots", f"{label}, eight default spots", f"hot_spots:BM_hot_spots_{name}", None,
-                 f"hot_spots:BM_opencv_spots_{name}", None, [("peer", 2)]))
-    ROWS.append(("Hot spots", f"{label}, eight whole-frame spots", f"hot_spots:BM_hot_spots_whole_{name}",
-                 f"hot_spots:BM_read_pass_{name}", None, None, [("floor", 6)]))
+    ROWS += rows_of("hot_spots", "Hot spots",
+                    (f"{label}, eight default spots", f"BM_hot_spots_{name}", None, f"BM_opencv_spots_{name}", None,
+                     [("peer", 2)]),
+                    (f"{label}, eight whole-frame spots", f"BM_hot_spots_whole_{name}", f"BM_read_pass_{name}", None,
+                     None, [("floor", 6)]))
 for w, h in [(720, 576), (720, 1080), (1920, 576), (1920, 1080), (3840, 2160)]:
-    ROWS.append(("Corners", f"{w}x{h} photograph", f"corner:BM_corner_detection_422/w:{w}/h:{h}/aligned:1",
-                 f"corner:BM_corner_read_pass_422/w:{w}/h:{h}", f"corner:BM_cv_fast_gray/w:{w}/h:{h}/wide:1/threads:1",
-                 f"corner:BM_cv_fast_gray/w:{w}/h:{h}/wide:1/threads:0", [("peer", 2)] if w >= 1920 and h >= 1080 else []))
-ROWS += [
-    ("Chamfer tracker", "block scan, region", "object_tracking_2:BM_chamfer_pass_1/region:1/aligned:1", "object_tracking_2:BM_read_pass/aligned:1",
-     "object_tracking_2:BM_opencv_distance/region:1/threads:1", "object_tracking_2:BM_opencv_distance/region:1/threads:0", [("floor", 2)]),
-    ("Chamfer tracker", "call, no region", "object_tracking_2:BM_object_tracking_2/region:0/aligned:1", "object_tracking_2:BM_read_pass/aligned:1",
-     "object_tracking_2:BM_opencv_distance/region:0/threads:1", "object_tracking_2:BM_opencv_distance/region:0/threads:0", [("ms", 0.25)]),
-    ("Chamfer tracker", "call with region, without the picture", "object_tracking_2:BM_draw_star/region:1/aligned:1",
-     "object_tracking_2:BM_read_pass/aligned:1", "object_tracking_2:BM_opencv_distance/region:1/threads:1", "object_tracking_2:BM_opencv_distance/region:1/threads:0",
-     [("ms", 0.25)]),
-    ("Chamfer tracker", "call with region and picture", "object_tracking_2:BM_object_tracking_2/region:1/aligned:1", None, None, None,
-     []),
-    ("Colour matching", "whole search, 1920x1080", "color_matching:BM_color_matching_422/w:1920", None, None, None, []),
-]
-for w in (1920, 3840):
-    for op, case in (("rescale", f"rescale {w}x{w * 9 // 32} to {w}x{w * 9 // 16}"),
-                     ("decomb", f"decomb {w}x{w * 9 // 16} in place")):
-        ROWS.append(("Rescaling", case, f"super_resolution:BM_{op}_422/aligned:1/w:{w}",
-                     f"super_resolution:BM_{op}_422_memcpy/w:{w}", f"super_resolution:BM_{op}_422_opencv/threads:1/w:{w}",
-                     f"super_resolution:BM_{op}_422_opencv/threads:0/w:{w}", [("floor", 3)]))
-for w in (1920, 3840):
-    size = f"{w}x{w * 9 // 16}"
-    ROWS.append(("Colour matching", f"image statistics, {size}", f"color_matching:BM_image_statistics_422/w:{w}",
-                 f"color_matching:BM_image_statistics_422_read_pass/w:{w}",
-                 f"color_matching:BM_image_statistics_422_opencv/threads:1/w:{w}",
-                 f"color_matching:BM_image_statistics_422_opencv/threads:0/w:{w}", [("ms", 3)] if w == 1920 else []))
-    ROWS.append(("Colour matching", f"procamp pass, {size}", f"color_matching:BM_apply_procamp_422/aligned:1/w:{w}",
-                 f"color_matching:BM_apply_procamp_422_memcpy/w:{w}",
-                 f"color_matching:BM_apply_procamp_422_opencv_lut/threads:1/w:{w}",
-                 f"color_matching:BM_apply_procamp_422_opencv_lut/threads:0/w:{w}", [("floor", 3), ("peer", 3)]))
+    size = f"w:{w}/h:{h}"
+    ROWS += rows_of("corner", "Corners",
+                    (f"{w}x{h} photograph", f"BM_corner_detection_422/{size}/aligned:1", f"BM_corner_read_pass_422/{size}",
+                     f"BM_cv_fast_gray/{size}/wide:1/threads:1", f"BM_cv_fast_gray/{size}/wide:1/threads:0",
+                     [("peer", 2)] if h >= 1080 and w >= 1920 else []))
+for w, size in SIZES.items():
+    ROWS += rows_of("object_tracking_2", "Chamfer tracker",
+                    (f"block scan, region, {size}", f"BM_chamfer_pass_1/region:1/aligned:1/w:{w}",
+                     f"BM_read_pass/aligned:1/w:{w}", f"BM_opencv_distance/region:1/threads:1/w:{w}",
+                     f"BM_opencv_distance/region:1/threads:0/w:{w}", [("floor", 2)]),
+                    (f"call, no region, {size}", f"BM_object_tracking_2/region:0/aligned:1/w:{w}",
+                     f"BM_read_pass/aligned:1/w:{w}", f"BM_opencv_distance/region:0/threads:1/w:{w}",
+                     f"BM_opencv_distance/region:0/threads:0/w:{w}", [("ms", 0.25)] if w == 1920 else []),
+                    (f"call with region, without the picture, {size}", f"BM_draw_star/region:1/aligned:1/w:{w}",
+                     f"BM_read_pass/aligned:1/w:{w}", f"BM_opencv_distance/region:1/threads:1/w:{w}",
+                     f"BM_opencv_distance/region:1/threads:0/w:{w}", [("ms", 0.25)] if w == 1920 else []),
+                    (f"call with region and picture, {size}", f"BM_object_tracking_2/region:1/aligned:1/w:{w}", None,
+                     None, None, []))
+for w, size in SIZES.items():
+    ROWS += rows_of("super_resolution", "Rescaling",
+                    (f"rescale {w}x{w * 9 // 32} to {size}", f"BM_rescale_422/aligned:1/w:{w}",
+                     f"BM_rescale_422_memcpy/w:{w}", f"BM_rescale_422_opencv/threads:1/w:{w}",
+                     f"BM_rescale_422_opencv/threads:0/w:{w}", [("floor", 3)]),
+                    (f"decomb {size} in place", f"BM_decomb_422/aligned:1/w:{w}", f"BM_decomb_422_memcpy/w:{w}",
+                     f"BM_decomb_422_opencv/threads:1/w:{w}", f"BM_decomb_422_opencv/threads:0/w:{w}", [("floor", 3)]))
+for w, size in SIZES.items():
+    ROWS += rows_of("color_matching", "Colour matching",
+                    (f"image statistics, {size}", f"BM_image_statistics_422/w:{w}",
+                     f"BM_image_statistics_422_read_pass/w:{w}", f"BM_image_statistics_422_opencv/threads:1/w:{w}",
+                     f"BM_image_statistics_422_opencv/threads:0/w:{w}", [("ms", 3)] if w == 1920 else []),
+                    (f"procamp pass, {size}", f"BM_apply_procamp_422/aligned:1/w:{w}",
+                     f"BM_apply_procamp_422_memcpy/w:{w}", f"BM_apply_procamp_422_opencv_lut/threads:1/w:{w}",
+                     f"BM_apply_procamp_422_opencv_lut/threads:0/w:{w}", [("floor", 3), ("peer", 3)]))
+ROWS += rows_of("color_matching", "Colour matching",
+                ("whole search, 1920x1080", "BM_color_matching_422/w:1920", None, None, None, []))
 for n in (4, 100, 10000):
-    ROWS.append(("Perspective", f"{n} pairs, added and solved", f"perspective:BM_perspective_estimate/pairs:{n}",
-                 f"perspective:BM_perspective_read_pass/pairs:{n}", f"perspective:BM_perspective_find_homography/pairs:{n}/threads:1",
-                 f"perspective:BM_perspective_find_homography/pairs:{n}/threads:0", [("peer", 5)] if n == 100 else []))
-ROWS += [
-    ("Motion", "pixel pass", "motion:BM_motion_estimation_y_pass/aligned:1", "motion:BM_motion_estimation_y_read_pass",
-     "motion:BM_opencv_ecc_iteration/threads:1", "motion:BM_opencv_ecc_iteration/threads:0", []),
-    ("Motion", "loop iteration without the PNG", "motion:BM_motion_estimation_y_loop/png:0#ms_per_iteration",
-     "motion:BM_motion_estimation_y_read_pass", "motion:BM_opencv_ecc_iteration/threads:1", "motion:BM_opencv_ecc_iteration/threads:0",
-     [("ms", 6), ("peer", 1)]),
-]
+    ROWS += rows_of("perspective", "Perspective",
+                    (f"{n} pairs, added and solved", f"BM_perspective_estimate/pairs:{n}",
+                     f"BM_perspective_read_pass/pairs:{n}", f"BM_perspective_find_homography/pairs:{n}/threads:1",
+                     f"BM_perspective_find_homography/pairs:{n}/threads:0", [("peer", 5)] if n == 100 else []))
+for w, size in SIZES.items():
+    ROWS += rows_of("motion", "Motion",
+                    (f"pixel pass, {size}", f"BM_motion_estimation_y_pass/aligned:1/w:{w}",
+                     f"BM_motion_estimation_y_read_pass/w:{w}", f"BM_opencv_ecc_iteration/threads:1/w:{w}",
+                     f"BM_opencv_ecc_iteration/threads:0/w:{w}", []))
+ROWS += rows_of("motion", "Motion",
+                ("loop iteration without the PNG, 1920x1080",
+                 "BM_motion_estimation_y_loop/png:0/iterations:1#ms_per_iteration", "BM_motion_estimation_y_read_pass/w:1920",
+                 "BM_opencv_ecc_iteration/threads:1/w:1920", "BM_opencv_ecc_iteration/threads:0/w:1920",
+                 [("ms", 6), ("peer", 1)]))
 
 TO_MS = {"ns": 1e-6, "us": 1e-3, "ms": 1.0, "s": 1e3}
 
