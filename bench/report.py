@@ -221,11 +221,11 @@ def chart(rows, png, machine):
                       f'{r[7] if r[7] is not None else "NaN"}' for r in reversed(data))
     height = 120 + 26 * len(data)
     script = f"""
-set terminal pngcairo size 1100,{height} font "sans,9"
+set terminal pngcairo size 1300,{height} font "sans,9"
 set output "{png}"
-set title "Per operator and case: time over the floor (lower is better) and OpenCV's time over ours (higher is better)\\nload average {machine['load_start']} at the start, {machine['load_end']} at the end"
+set title "Time over the floor (lower is better), OpenCV's time over ours (higher is better)\\nload average {machine['load_start']} at the start, {machine['load_end']} at the end"
 set logscale x 10
-set xrange [0.1:1000]
+set xrange [0.01:1000]
 set xlabel "ratio (log scale)"
 set grid xtics
 set yrange [-0.7:{len(data) - 0.3}]
