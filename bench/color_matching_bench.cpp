@@ -1,10 +1,11 @@
-// Colour matching on a 1920x1080 4:2:2 picture, in cache: the statistics
+// Colour matching on a 1920x1080 (and 3840x2160) 4:2:2 picture, in cache: the statistics
 // beside cv::meanStdDev of the same bytes; one procamp pass (tables and walk)
 // beside its scalar model, a memcpy of the picture and cv::LUT doing the same
 // correction (one 256-entry table per byte of a macro-pixel, which at a hue
 // of 0 is the same mapping); and a whole search on a pair that settles.
 // Bytes processed are the picture's bytes.
 #include <benchmark/benchmark.h>
+#include <emmintrin.h>
 
 #include <sight/color_matching/color_matching.h>
 #include <sight/color_matching/procamp_kernels.h>
@@ -26,10 +27,13 @@ using Korvane::Sight::color_matching;
 using Korvane::Sight::ycbcr_bitmap;
 namespace D = Korvane::Sight::detail;
 
-constexpr int frame_width = 1920;
-constexpr int frame_lines = 1080;
-constexpr int line_bytes = frame_width / 2 * 4;
-constexpr std::size_t frame_bytes = std::size_t(line_bytes) * frame_lines;
+// Pictures 1920 or 3840 pixels wide (the case's argument w), 1080 or 2160 lines.
+struct frame_size {
+  int width, lines, line_bytes;
+  std::size_t bytes;
+  explicit frame_size(std::int64_t w)
+      : width(int(w)), lines(int(w) * 9 / 16), line_bytes(int(w) * 2), bytes(std::size_t(line_bytes) * lines) {}
+};
 
 // A 4:2:2 picture at a stride of one line, 16-byte aligned or one byte off:
 // smooth luma and chroma ramps with a little noise, each byte through
@@ -37,7 +41,9 @@ constexpr std::size_t frame_bytes = std::size_t(line_bytes) * frame_lines;
 class frame_memory {
  public:
   template <class Tone>
-  frame_memory(bool aligned, Tone tone) {
+  frame_memory(frame_size size, bool aligned, Tone tone) : size_(size) {
+    int const frame_width = size.width, frame_lines = size.lines, line_bytes = size.line_bytes;
+    std::size_t const frame_bytes = size.bytes;
     if (posix_memalign(reinterpret_cast<void **>(&base_), 16, frame_bytes + 16) != 0) std::abort();
     data_ = base_ + (aligned ? 0 : 1);
     std::uint32_t noise = 1;
@@ -48,16 +54,19 @@ class frame_memory {
         data_[std::size_t(y) * line_bytes + x] = std::uint8_t(tone(x % 4, ramp + int(noise >> 29)));
       }
   }
-  explicit frame_memory(bool aligned) : frame_memory(aligned, [](int, int v) { return v; }) {}
+  frame_memory(frame_size size, bool aligned) : frame_memory(size, aligned, [](int, int v) { return v; }) {}
   ~frame_memory() { std::free(base_); }
   frame_memory(frame_memory const &) = delete;
   frame_memory &operator=(frame_memory const &) = delete;
   std::uint8_t *data() const { return data_; }
   ycbcr_bitmap bitmap() const {
-    return {reinterpret_cast<Tamarind::Rasters::pixel_ycbcr_u8 *>(data_), frame_width, frame_lines, line_bytes, false};
+    return {reinterpret_cast<Tamarind::Rasters::pixel_ycbcr_u8 *>(data_), size_.width, size_.lines, size_.line_bytes,
+            false};
   }
+  frame_size const &size() const { return size_; }
 
  private:
+  frame_size size_;
   std::uint8_t *base_ = nullptr;
   std::uint8_t *data_ = nullptr;
 };
@@ -65,18 +74,35 @@ class frame_memory {
 procamp_model::settings const correction{0.03f, 1.15f, 1.1f, 0.02f, -0.015f};
 
 void BM_image_statistics_422(benchmark::State &state) {
-  frame_memory const frame(true);
+  frame_size const size(state.range(0));
+  frame_memory const frame(size, true);
   for (auto _ : state) {
     color_matching::image_statistics const s(frame.bitmap());
     benchmark::DoNotOptimize(s.cr_variance);
   }
-  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame_bytes));
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(size.bytes));
 }
-BENCHMARK(BM_image_statistics_422)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_image_statistics_422)->ArgName("w")->Arg(1920)->Arg(3840)->Unit(benchmark::kMillisecond);
+
+// The floor of the statistics: every byte of the picture loaded once in
+// 16-byte vectors and folded so that no load is dropped.
+void BM_image_statistics_422_read_pass(benchmark::State &state) {
+  frame_size const size(state.range(0));
+  frame_memory const frame(size, true);
+  for (auto _ : state) {
+    __m128i acc = _mm_setzero_si128();
+    for (std::size_t i = 0; i < size.bytes; i += 16)
+      acc = _mm_add_epi8(acc, _mm_load_si128(reinterpret_cast<__m128i const *>(frame.data() + i)));
+    benchmark::DoNotOptimize(acc);
+  }
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(size.bytes));
+}
+BENCHMARK(BM_image_statistics_422_read_pass)->ArgName("w")->Arg(1920)->Arg(3840)->Unit(benchmark::kMillisecond);
 
 void BM_apply_procamp_422(benchmark::State &state) {
+  frame_size const size(state.range(1));
   bool const aligned = state.range(0) != 0;
-  frame_memory const source(true), destination(aligned);
+  frame_memory const source(size, true), destination(size, aligned);
   for (auto _ : state) {
     D::procamp_tables tables;
     D::make_procamp_tables({correction.brightness, correction.contrast, correction.saturation, correction.u_offset,
@@ -89,69 +115,82 @@ void BM_apply_procamp_422(benchmark::State &state) {
     benchmark::DoNotOptimize(destination.data());
     benchmark::ClobberMemory();
   }
-  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame_bytes));
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(size.bytes));
 }
-BENCHMARK(BM_apply_procamp_422)->ArgName("aligned")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_apply_procamp_422)->ArgNames({"aligned", "w"})->ArgsProduct({{1, 0}, {1920, 3840}})->Unit(benchmark::kMillisecond);
 
 void BM_apply_procamp_422_model(benchmark::State &state) {
-  frame_memory const source(true), destination(true);
+  frame_size const size(state.range(0));
+  frame_memory const source(size, true), destination(size, true);
   for (auto _ : state) {
-    procamp_model::apply(correction, source.data(), line_bytes, frame_width, frame_lines, destination.data(), line_bytes);
+    procamp_model::apply(correction, source.data(), size.line_bytes, size.width, size.lines, destination.data(),
+                         size.line_bytes);
     benchmark::DoNotOptimize(destination.data());
     benchmark::ClobberMemory();
   }
-  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame_bytes));
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(size.bytes));
 }
-BENCHMARK(BM_apply_procamp_422_model)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_apply_procamp_422_model)->ArgName("w")->Arg(1920)->Unit(benchmark::kMillisecond);
 
 void BM_apply_procamp_422_memcpy(benchmark::State &state) {
-  frame_memory const source(true), destination(true);
+  frame_size const size(state.range(0));
+  frame_memory const source(size, true), destination(size, true);
   for (auto _ : state) {
-    std::memcpy(destination.data(), source.data(), frame_bytes);
+    std::memcpy(destination.data(), source.data(), size.bytes);
     benchmark::DoNotOptimize(destination.data());
     benchmark::ClobberMemory();
   }
-  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame_bytes));
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(size.bytes));
 }
-BENCHMARK(BM_apply_procamp_422_memcpy)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_apply_procamp_422_memcpy)->ArgName("w")->Arg(1920)->Arg(3840)->Unit(benchmark::kMillisecond);
 
 // The whole search: a reference made from the picture by a luma gain of 1.15
 // and chroma offsets, which settles in a few passes.
 void BM_color_matching_422(benchmark::State &state) {
-  frame_memory const picture(true);
-  frame_memory const reference(true, [](int c, int v) {
+  frame_size const size(state.range(0));
+  frame_memory const picture(size, true);
+  frame_memory const reference(size, true, [](int c, int v) {
     return c % 2 ? int(std::lround(1.15 * v + 6)) : c == 0 ? v + 5 : v - 4;
   });
   for (auto _ : state) {
     color_matching const m(picture.bitmap(), reference.bitmap(), false);
     benchmark::DoNotOptimize(m.contrast());
   }
-  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame_bytes));
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(size.bytes));
 }
-BENCHMARK(BM_color_matching_422)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_color_matching_422)->ArgName("w")->Arg(1920)->Unit(benchmark::kMillisecond);
 
 #ifdef SIGHT_HAVE_OPENCV
 
-cv::Mat as_mat(frame_memory const &m) { return cv::Mat(frame_lines, frame_width / 2, CV_8UC4, m.data(), line_bytes); }
+cv::Mat as_mat(frame_memory const &m) {
+  return cv::Mat(m.size().lines, m.size().width / 2, CV_8UC4, m.data(), std::size_t(m.size().line_bytes));
+}
 
+// threads = 1 keeps OpenCV on one thread, threads = 0 lets it use its own
+// default.
 void BM_image_statistics_422_opencv(benchmark::State &state) {
-  cv::setNumThreads(1);
-  frame_memory const frame(true);
+  frame_size const size(state.range(1));
+  cv::setNumThreads(state.range(0) != 0 ? 1 : -1);
+  frame_memory const frame(size, true);
   cv::Mat const picture = as_mat(frame);
   for (auto _ : state) {
     cv::Scalar mean, deviation;
     cv::meanStdDev(picture, mean, deviation);
     benchmark::DoNotOptimize(deviation[3]);
   }
-  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame_bytes));
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(size.bytes));
 }
-BENCHMARK(BM_image_statistics_422_opencv)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_image_statistics_422_opencv)
+    ->ArgNames({"threads", "w"})
+    ->ArgsProduct({{1, 0}, {1920, 3840}})
+    ->Unit(benchmark::kMillisecond);
 
 // The correction as one 256-entry table per byte of a macro-pixel, built from
 // the settings each time (the library builds its tables at each call too).
 void BM_apply_procamp_422_opencv_lut(benchmark::State &state) {
-  cv::setNumThreads(1);
-  frame_memory const source(true), destination(true);
+  frame_size const size(state.range(1));
+  cv::setNumThreads(state.range(0) != 0 ? 1 : -1);
+  frame_memory const source(size, true), destination(size, true);
   cv::Mat const from = as_mat(source);
   cv::Mat to = as_mat(destination);
   cv::Mat table(1, 256, CV_8UC4);
@@ -168,9 +207,12 @@ void BM_apply_procamp_422_opencv_lut(benchmark::State &state) {
     benchmark::DoNotOptimize(destination.data());
     benchmark::ClobberMemory();
   }
-  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame_bytes));
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(size.bytes));
 }
-BENCHMARK(BM_apply_procamp_422_opencv_lut)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_apply_procamp_422_opencv_lut)
+    ->ArgNames({"threads", "w"})
+    ->ArgsProduct({{1, 0}, {1920, 3840}})
+    ->Unit(benchmark::kMillisecond);
 
 #endif  // SIGHT_HAVE_OPENCV
 

@@ -12,6 +12,7 @@
 // and the step assembled from Sobel, a nearest-neighbour warpAffine and sums
 // of products.
 #include <benchmark/benchmark.h>
+#include <emmintrin.h>
 
 #include <sight/frame/io.h>
 #include <sight/motion/motion_kernels.h>
@@ -26,7 +27,9 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "motion/estimation_model.h"
@@ -43,13 +46,14 @@ namespace R = Tamarind::Rasters;
 namespace M = Korvane::Sight::motion::detail;
 using Korvane::Sight::y_bitmap;
 
-constexpr int width = 1920, height = 1080;
-
-// A 16-byte aligned picture with 16-byte lines; `offset` 1 moves it off.
+// A 16-byte aligned picture w pixels wide and 9/16 of that high, with
+// 16-byte lines; `offset` 1 moves it off.
 struct luma {
-  std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(std::size_t(width) * height + 32);
+  int width, height;
+  std::vector<std::uint8_t> bytes;
   y_bitmap view{};
-  luma(double dx, double dy, int offset) {
+  luma(int w, double dx, double dy, int offset)
+      : width(w), height(w * 9 / 16), bytes(std::size_t(width) * height + 32) {
     auto *base = bytes.data() + (16 - reinterpret_cast<std::uintptr_t>(bytes.data()) % 16) % 16 + offset;
     view = {reinterpret_cast<R::pixel_y_u8 *>(base), width, height, width, false};
     for (int y = 0; y < height; ++y)
@@ -62,14 +66,16 @@ struct luma {
   std::uint8_t *data() const { return reinterpret_cast<std::uint8_t *>(view.data); }
 };
 
-luma const &first() {
-  static luma const l(0, 0, 0);
-  return l;
+// The texture (0), its copy moved by (2, 1) (1), and the texture one byte
+// off (2), made once per width.
+luma const &picture(int w, int which) {
+  static std::map<std::pair<int, int>, luma> cache;
+  auto const key = std::pair{w, which};
+  if (auto const found = cache.find(key); found != cache.end()) return found->second;
+  return cache.try_emplace(key, w, which == 1 ? 2.0 : 0.0, which == 1 ? 1.0 : 0.0, which == 2 ? 1 : 0).first->second;
 }
-luma const &second() {
-  static luma const l(2, 1, 0);
-  return l;
-}
+luma const &first(int w = 1920) { return picture(w, 0); }
+luma const &second(int w = 1920) { return picture(w, 1); }
 
 bool no_picture(wchar_t const *, Korvane::Sight::bgra_bitmap const &) { return true; }
 
@@ -121,23 +127,27 @@ void BM_motion_estimation_y_loop(benchmark::State &state) {
 BENCHMARK(BM_motion_estimation_y_loop)->ArgName("png")->Arg(0)->Arg(1)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 void BM_motion_estimation_y_pass(benchmark::State &state) {
-  static luma const unaligned(0, 0, 1);
+  int const width = int(state.range(1)), height = width * 9 / 16;
   bool const aligned = state.range(0) != 0;
-  y_bitmap const &f = aligned ? first().view : unaligned.view;
+  y_bitmap const &f = picture(width, aligned ? 0 : 2).view;
   Korvane::Sight::bgra_bitmap debug{};
   R::allocate(debug, width, height);
   M::similarity const p{1.0f, 0.0f, 0.5f, 0.25f};
   for (auto _ : state) {
-    M::normal_sums s = aligned ? M::accumulate<true>(f, second().view, p, debug)
-                               : M::accumulate<false>(f, second().view, p, debug);
+    M::normal_sums s = aligned ? M::accumulate<true>(f, second(width).view, p, debug)
+                               : M::accumulate<false>(f, second(width).view, p, debug);
     benchmark::DoNotOptimize(s);
   }
   R::release(debug);
   state.SetBytesProcessed(std::int64_t(state.iterations()) * width * height);
 }
-BENCHMARK(BM_motion_estimation_y_pass)->ArgName("aligned")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_motion_estimation_y_pass)
+    ->ArgNames({"aligned", "w"})
+    ->ArgsProduct({{0, 1}, {1920, 3840}})
+    ->Unit(benchmark::kMillisecond);
 
 void BM_motion_estimation_y_model(benchmark::State &state) {
+  int const width = 1920, height = 1080;
   for (auto _ : state) {
     auto lines = motion_model::run({first().data(), width}, {second().data(), width}, width, height, 1);
     benchmark::DoNotOptimize(lines);
@@ -146,12 +156,30 @@ void BM_motion_estimation_y_model(benchmark::State &state) {
 }
 BENCHMARK(BM_motion_estimation_y_model)->Unit(benchmark::kMillisecond);
 
-#ifdef SIGHT_HAVE_OPENCV
-cv::Mat mat(luma const &l) { return cv::Mat(height, width, CV_8UC1, l.data(), width); }
+// The floor of the pass: both pictures' bytes loaded once in 16-byte vectors
+// and folded so that no load is dropped.
+void BM_motion_estimation_y_read_pass(benchmark::State &state) {
+  int const width = int(state.range(0)), height = width * 9 / 16;
+  for (auto _ : state) {
+    __m128i acc = _mm_setzero_si128();
+    for (luma const *l : {&first(width), &second(width)})
+      for (std::size_t i = 0; i < std::size_t(width) * height; i += 16)
+        acc = _mm_add_epi8(acc, _mm_load_si128(reinterpret_cast<__m128i const *>(l->data() + i)));
+    benchmark::DoNotOptimize(acc);
+  }
+  state.SetBytesProcessed(std::int64_t(state.iterations()) * width * height * 2);
+}
+BENCHMARK(BM_motion_estimation_y_read_pass)->ArgName("w")->Arg(1920)->Arg(3840)->Unit(benchmark::kMillisecond);
 
+#ifdef SIGHT_HAVE_OPENCV
+cv::Mat mat(luma const &l) { return cv::Mat(l.height, l.width, CV_8UC1, l.data(), std::size_t(l.width)); }
+
+// threads = 1 keeps OpenCV on one thread, threads = 0 lets it use its own
+// default.
 void BM_opencv_ecc_iteration(benchmark::State &state) {
-  cv::setNumThreads(1);
-  cv::Mat const a = mat(first()), b = mat(second());
+  int const width = int(state.range(1)), height = width * 9 / 16;
+  cv::setNumThreads(state.range(0) != 0 ? 1 : -1);
+  cv::Mat const a = mat(first(width)), b = mat(second(width));
   for (auto _ : state) {
     cv::Mat warp = cv::Mat::eye(2, 3, CV_32F);
     double const rho = cv::findTransformECC(
@@ -161,13 +189,17 @@ void BM_opencv_ecc_iteration(benchmark::State &state) {
   }
   state.SetBytesProcessed(std::int64_t(state.iterations()) * width * height);
 }
-BENCHMARK(BM_opencv_ecc_iteration)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_opencv_ecc_iteration)
+    ->ArgNames({"threads", "w"})
+    ->ArgsProduct({{1, 0}, {1920, 3840}})
+    ->Unit(benchmark::kMillisecond);
 
 // The same step as the loop's from OpenCV calls: gradients, the second
 // picture warped by the current similarity (nearest neighbour), the
 // Jacobian images and the fourteen sums, the energy and the 4x4 solve.
 void BM_opencv_gauss_newton_step(benchmark::State &state) {
-  cv::setNumThreads(1);
+  int const width = 1920, height = 1080;
+  cv::setNumThreads(state.range(0) != 0 ? 1 : -1);
   cv::Mat const a = mat(first()), b = mat(second());
   cv::Mat xs(height, width, CV_32F), ys(height, width, CV_32F);
   for (int y = 0; y < height; ++y)
@@ -197,7 +229,7 @@ void BM_opencv_gauss_newton_step(benchmark::State &state) {
   }
   state.SetBytesProcessed(std::int64_t(state.iterations()) * width * height);
 }
-BENCHMARK(BM_opencv_gauss_newton_step)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_opencv_gauss_newton_step)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
 #endif
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The chamfer tracker at 1920 by 1080, on a frame with a key-coloured disc
+// The chamfer tracker at 1920 by 1080 and 3840 by 2160, on a frame with a key-coloured disc
 // (a quarter of the picture) and on one without: the block scan, aligned and
 // unaligned, beside a plain read of the same bytes and beside the OpenCV way
 // (block mask from the chroma distance, then cv::distanceTransform); the
@@ -37,16 +37,18 @@ namespace R = Tamarind::Rasters;
 namespace D = Korvane::Sight::detail;
 using Korvane::Sight::object_tracking_2;
 
-constexpr int W = 1920, H = 1080, cols = W / 16, rows = H / 8;
 constexpr int key_cb = 111, key_cr = 157, key_tolerance = 20;  // the default settings' key
 
-// A 4:2:2 frame, 16 bytes of slack before it so that an unaligned view fits.
+// A 4:2:2 frame W pixels wide and 9/16 of that high, 16 bytes of slack
+// before it so that an unaligned view fits.
 struct frame {
   std::vector<std::uint8_t> original;
   std::uint8_t *memory;
   Korvane::Sight::ycbcr_bitmap view;
-  frame(bool region, bool aligned)
-      : original(std::size_t(W * 2 * H)), memory(static_cast<std::uint8_t *>(R::mem::alloc(W * 2 * H + 16, 16))) {
+  frame(int W, bool region, bool aligned)
+      : original(std::size_t(W * 2 * (W * 9 / 16))),
+        memory(static_cast<std::uint8_t *>(R::mem::alloc(original.size() + 16, 16))) {
+    int const H = W * 9 / 16;
     std::mt19937 rng(3);
     for (int y = 0; y < H; ++y)
       for (int x = 0; x < W; x += 2) {
@@ -66,7 +68,7 @@ struct frame {
 
 struct block_map {
   Korvane::Sight::y_bitmap b{};
-  block_map() {
+  block_map(int cols, int rows) {
     R::allocate(b, cols + 2, rows + 2);
     std::memset(b.data, 0, std::size_t(b.stride * b.height));
   }
@@ -74,8 +76,9 @@ struct block_map {
 };
 
 void BM_chamfer_pass_1(benchmark::State &state) {
-  frame f(state.range(0) != 0, state.range(1) != 0);
-  block_map map;
+  int const W = int(state.range(2)), H = W * 9 / 16;
+  frame f(W, state.range(0) != 0, state.range(1) != 0);
+  block_map map(W / 16, H / 8);
   __m128i const key = _mm_set1_epi32(key_cr << 16 | key_cb);
   for (auto _ : state) {
     if (state.range(1) != 0)
@@ -89,7 +92,8 @@ void BM_chamfer_pass_1(benchmark::State &state) {
 
 // The floor: every byte of the blocks loaded once in 16-byte vectors.
 void BM_read_pass(benchmark::State &state) {
-  frame f(true, state.range(0) != 0);
+  int const W = int(state.range(1)), H = W * 9 / 16;
+  frame f(W, true, state.range(0) != 0);
   for (auto _ : state) {
     __m128i acc = _mm_setzero_si128();
     for (int y = 0; y < H; ++y) {
@@ -104,10 +108,12 @@ void BM_read_pass(benchmark::State &state) {
 #ifdef SIGHT_HAVE_OPENCV
 // The block mask the OpenCV way (chroma distance per pair, block means by
 // area resampling, a threshold, a border of non-matching cells), then the
-// chessboard distance transform on it.
+// chessboard distance transform on it. threads = 1 keeps OpenCV on one
+// thread, threads = 0 lets it use its own default.
 void BM_opencv_distance(benchmark::State &state) {
-  cv::setNumThreads(1);
-  frame f(state.range(0) != 0, true);
+  int const W = int(state.range(2)), H = W * 9 / 16;
+  cv::setNumThreads(state.range(1) != 0 ? 1 : -1);
+  frame f(W, state.range(0) != 0, true);
   cv::Mat const pairs(H, W / 2, CV_8UC4, f.view.data, std::size_t(f.view.stride));
   cv::Mat diff, cb, cr, sum, means, mask, bordered, distance;
   for (auto _ : state) {
@@ -115,7 +121,7 @@ void BM_opencv_distance(benchmark::State &state) {
     cv::extractChannel(diff, cb, 0);
     cv::extractChannel(diff, cr, 2);
     cv::add(cb, cr, sum, cv::noArray(), CV_16U);
-    cv::resize(sum, means, cv::Size(cols, rows), 0, 0, cv::INTER_AREA);
+    cv::resize(sum, means, cv::Size(W / 16, H / 8), 0, 0, cv::INTER_AREA);
     cv::compare(means, key_tolerance, mask, cv::CMP_LT);
     cv::copyMakeBorder(mask, bordered, 1, 1, 1, 1, cv::BORDER_CONSTANT, 0);
     cv::distanceTransform(bordered, distance, cv::DIST_C, 3);
@@ -123,12 +129,16 @@ void BM_opencv_distance(benchmark::State &state) {
   }
   state.SetBytesProcessed(std::int64_t(state.iterations()) * W * 2 * H);
 }
-BENCHMARK(BM_opencv_distance)->ArgNames({"region"})->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_opencv_distance)
+    ->ArgNames({"region", "threads", "w"})
+    ->ArgsProduct({{1, 0}, {1, 0}, {1920, 3840}})
+    ->Unit(benchmark::kMillisecond);
 #endif
 
 // The whole call. With a region it draws the star and writes the picture.
 void BM_object_tracking_2(benchmark::State &state) {
-  frame f(state.range(0) != 0, state.range(1) != 0);
+  int const W = int(state.range(2)), H = W * 9 / 16;
+  frame f(W, state.range(0) != 0, state.range(1) != 0);
   object_tracking_2 tracker;
   tracker.enabled() = true;
   for (auto _ : state) {
@@ -142,7 +152,8 @@ void BM_object_tracking_2(benchmark::State &state) {
 
 // The call without the picture: set-up, both passes, rays and star.
 void BM_draw_star(benchmark::State &state) {
-  frame f(state.range(0) != 0, state.range(1) != 0);
+  int const W = int(state.range(2)), H = W * 9 / 16;
+  frame f(W, state.range(0) != 0, state.range(1) != 0);
   object_tracking_2 tracker;
   for (auto _ : state) {
     benchmark::DoNotOptimize(Korvane::Sight::object_tracking_2_test_access::draw_star(tracker, f.view));
@@ -156,7 +167,8 @@ void BM_draw_star(benchmark::State &state) {
 // The picture alone, as the call makes it: the conversion to BGRA, and with
 // `write` the PNG.
 void BM_picture(benchmark::State &state) {
-  frame f(true, true);
+  int const W = 1920, H = 1080;
+  frame f(W, true, true);
   for (auto _ : state) {
     R::bitmap<R::pixel_bgra_u8> picture{};
     R::allocate(picture, W, H);
@@ -166,10 +178,19 @@ void BM_picture(benchmark::State &state) {
   }
 }
 
-BENCHMARK(BM_chamfer_pass_1)->ArgNames({"region", "aligned"})->ArgsProduct({{1, 0}, {1, 0}})->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_read_pass)->ArgNames({"aligned"})->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_object_tracking_2)->ArgNames({"region", "aligned"})->ArgsProduct({{1, 0}, {1, 0}})->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_draw_star)->ArgNames({"region", "aligned"})->ArgsProduct({{1, 0}, {1, 0}})->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_chamfer_pass_1)
+    ->ArgNames({"region", "aligned", "w"})
+    ->ArgsProduct({{1, 0}, {1, 0}, {1920, 3840}})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_read_pass)->ArgNames({"aligned", "w"})->ArgsProduct({{1, 0}, {1920, 3840}})->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_object_tracking_2)
+    ->ArgNames({"region", "aligned", "w"})
+    ->ArgsProduct({{1, 0}, {1, 0}, {1920, 3840}})
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_draw_star)
+    ->ArgNames({"region", "aligned", "w"})
+    ->ArgsProduct({{1, 0}, {1, 0}, {1920, 3840}})
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_picture)->ArgNames({"write"})->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -1,6 +1,5 @@
-// Times-two operator on 1920-pixel 4:2:2 video, frame in cache: rescale of a
-// 540-line field into a 1080-line frame, and de-combing a 1080-line frame in
-// place. Each beside the scalar model, a memcpy of the bytes it writes, and
+// Times-two operator on 1920- and 3840-pixel 4:2:2 video, frame in cache: rescale of a
+// field into a frame of twice its lines, and de-combing a frame in place. Each beside the scalar model, a memcpy of the bytes it writes, and
 // plain line averaging by OpenCV (cv::addWeighted of neighbouring lines) on
 // the same bytes. Bytes processed are the bytes written. The memcpy comes
 // twice: one block between two buffers of the written size (_memcpy), and
@@ -32,28 +31,37 @@ namespace {
 namespace R = Tamarind::Rasters;
 using Korvane::Sight::super_resolution::y_x2;
 
-constexpr int frame_width = 1920;
-constexpr int line_bytes = frame_width / 2 * 4;
-constexpr int frame_lines = 1080;
+// Frames 1920 or 3840 pixels wide (the case's argument w), 1080 or 2160 lines.
+struct frame_size {
+  int width, lines, line_bytes;
+  explicit frame_size(std::int64_t w) : width(int(w)), lines(int(w) * 9 / 16), line_bytes(int(w) * 2) {}
+};
 
 // Lines of 4:2:2 at a stride of one line (a plane of the tests), 16-byte
 // aligned or one byte off.
 class lines_memory : public harness::plane {
  public:
-  lines_memory(int lines, bool aligned) : harness::plane({line_bytes, lines, line_bytes, aligned ? 0 : 1, 0}) {
+  lines_memory(int width, int lines, bool aligned)
+      : harness::plane({width * 2, lines, width * 2, aligned ? 0 : 1, 0}), width_(width) {
     for (std::size_t i = 0; i < size(); ++i) data()[i] = std::uint8_t(i * 2654435761u >> 24);
   }
   std::size_t bytes() const { return size(); }
   R::bitmap_422<R::pixel_ycbcr_u8> bitmap() const {
-    return {reinterpret_cast<R::pixel_ycbcr_u8 *>(data()), frame_width, shape().lines, line_bytes, false};
+    return {reinterpret_cast<R::pixel_ycbcr_u8 *>(data()), width_, shape().lines, line_bytes(), false};
   }
   line_model::view view(int stride_lines, int first, int lines) const {
-    return {data() + first * line_bytes, line_bytes, lines, stride_lines * line_bytes};
+    return {data() + first * line_bytes(), line_bytes(), lines, stride_lines * line_bytes()};
   }
+  int line_bytes() const { return width_ * 2; }
+
+ private:
+  int width_;
 };
 
 void BM_rescale_422(benchmark::State &state) {
-  lines_memory const field(frame_lines / 2, state.range(0) != 0), frame(frame_lines, state.range(0) != 0);
+  frame_size const size(state.range(1));
+  int const frame_width = size.width, frame_lines = size.lines;
+  lines_memory const field(frame_width, frame_lines / 2, state.range(0) != 0), frame(frame_width, frame_lines, state.range(0) != 0);
   auto const source = field.bitmap();
   auto destination = frame.bitmap();
   for (auto _ : state) {
@@ -63,10 +71,12 @@ void BM_rescale_422(benchmark::State &state) {
   }
   state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame.bytes()));
 }
-BENCHMARK(BM_rescale_422)->ArgName("aligned")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_rescale_422)->ArgNames({"aligned", "w"})->ArgsProduct({{1, 0}, {1920, 3840}})->Unit(benchmark::kMillisecond);
 
 void BM_rescale_422_model(benchmark::State &state) {
-  lines_memory const field(frame_lines / 2, true), frame(frame_lines, true);
+  frame_size const size(state.range(0));
+  int const frame_width = size.width, frame_lines = size.lines;
+  lines_memory const field(frame_width, frame_lines / 2, true), frame(frame_width, frame_lines, true);
   for (auto _ : state) {
     line_model::double_lines(field.view(1, 0, frame_lines / 2), frame.view(1, 0, frame_lines),
                              frame.data() + frame.bytes());
@@ -75,10 +85,12 @@ void BM_rescale_422_model(benchmark::State &state) {
   }
   state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame.bytes()));
 }
-BENCHMARK(BM_rescale_422_model)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_rescale_422_model)->ArgName("w")->Arg(1920)->Unit(benchmark::kMillisecond);
 
 void BM_rescale_422_memcpy(benchmark::State &state) {
-  lines_memory const from(frame_lines, true), to(frame_lines, true);
+  frame_size const size(state.range(0));
+  int const frame_width = size.width, frame_lines = size.lines;
+  lines_memory const from(frame_width, frame_lines, true), to(frame_width, frame_lines, true);
   for (auto _ : state) {
     std::memcpy(to.data(), from.data(), to.bytes());
     benchmark::DoNotOptimize(to.data());
@@ -86,12 +98,14 @@ void BM_rescale_422_memcpy(benchmark::State &state) {
   }
   state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(to.bytes()));
 }
-BENCHMARK(BM_rescale_422_memcpy)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_rescale_422_memcpy)->ArgName("w")->Arg(1920)->Arg(3840)->Unit(benchmark::kMillisecond);
 
 // The bytes rescale writes, with its memory: each field line copied to the
 // two frame lines it stands for (reads the 540-line field, writes the frame).
 void BM_rescale_422_memcpy_lines(benchmark::State &state) {
-  lines_memory const field(frame_lines / 2, true), frame(frame_lines, true);
+  frame_size const size(state.range(0));
+  int const frame_width = size.width, frame_lines = size.lines, line_bytes = size.line_bytes;
+  lines_memory const field(frame_width, frame_lines / 2, true), frame(frame_width, frame_lines, true);
   for (auto _ : state) {
     for (int y = 0; y < frame_lines / 2; ++y) {
       std::memcpy(frame.data() + std::size_t(2 * y) * line_bytes, field.data() + std::size_t(y) * line_bytes,
@@ -104,10 +118,12 @@ void BM_rescale_422_memcpy_lines(benchmark::State &state) {
   }
   state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame.bytes()));
 }
-BENCHMARK(BM_rescale_422_memcpy_lines)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_rescale_422_memcpy_lines)->ArgName("w")->Arg(1920)->Arg(3840)->Unit(benchmark::kMillisecond);
 
 void BM_decomb_422(benchmark::State &state) {
-  lines_memory const frame(frame_lines, state.range(0) != 0);
+  frame_size const size(state.range(1));
+  int const frame_width = size.width, frame_lines = size.lines;
+  lines_memory const frame(frame_width, frame_lines, state.range(0) != 0);
   auto bitmap = frame.bitmap();
   for (auto _ : state) {
     y_x2::decomb(bitmap);
@@ -116,10 +132,12 @@ void BM_decomb_422(benchmark::State &state) {
   }
   state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame.bytes() / 2));
 }
-BENCHMARK(BM_decomb_422)->ArgName("aligned")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_decomb_422)->ArgNames({"aligned", "w"})->ArgsProduct({{1, 0}, {1920, 3840}})->Unit(benchmark::kMillisecond);
 
 void BM_decomb_422_model(benchmark::State &state) {
-  lines_memory const frame(frame_lines, true);
+  frame_size const size(state.range(0));
+  int const frame_width = size.width, frame_lines = size.lines;
+  lines_memory const frame(frame_width, frame_lines, true);
   for (auto _ : state) {
     line_model::shift_half_line(frame.view(2, 0, frame_lines / 2), frame.view(2, 1, frame_lines / 2),
                                 frame.data() + frame.bytes());
@@ -128,10 +146,12 @@ void BM_decomb_422_model(benchmark::State &state) {
   }
   state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame.bytes() / 2));
 }
-BENCHMARK(BM_decomb_422_model)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_decomb_422_model)->ArgName("w")->Arg(1920)->Unit(benchmark::kMillisecond);
 
 void BM_decomb_422_memcpy(benchmark::State &state) {
-  lines_memory const from(frame_lines / 2, true), to(frame_lines / 2, true);
+  frame_size const size(state.range(0));
+  int const frame_width = size.width, frame_lines = size.lines;
+  lines_memory const from(frame_width, frame_lines / 2, true), to(frame_width, frame_lines / 2, true);
   for (auto _ : state) {
     std::memcpy(to.data(), from.data(), to.bytes());
     benchmark::DoNotOptimize(to.data());
@@ -139,12 +159,14 @@ void BM_decomb_422_memcpy(benchmark::State &state) {
   }
   state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(to.bytes()));
 }
-BENCHMARK(BM_decomb_422_memcpy)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_decomb_422_memcpy)->ArgName("w")->Arg(1920)->Arg(3840)->Unit(benchmark::kMillisecond);
 
 // The bytes decomb writes, in its own frame: every even line copied onto the
 // odd line below it (540 lines of 3840 bytes, reads even, writes odd).
 void BM_decomb_422_memcpy_lines(benchmark::State &state) {
-  lines_memory const frame(frame_lines, true);
+  frame_size const size(state.range(0));
+  int const frame_width = size.width, frame_lines = size.lines, line_bytes = size.line_bytes;
+  lines_memory const frame(frame_width, frame_lines, true);
   for (auto _ : state) {
     for (int y = 0; y + 1 < frame_lines; y += 2)
       std::memcpy(frame.data() + std::size_t(y + 1) * line_bytes, frame.data() + std::size_t(y) * line_bytes,
@@ -154,20 +176,25 @@ void BM_decomb_422_memcpy_lines(benchmark::State &state) {
   }
   state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame.bytes() / 2));
 }
-BENCHMARK(BM_decomb_422_memcpy_lines)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_decomb_422_memcpy_lines)->ArgName("w")->Arg(1920)->Arg(3840)->Unit(benchmark::kMillisecond);
 
 #ifdef SIGHT_HAVE_OPENCV
 
 // h lines of bytes every `step_lines` lines from line `first`, as an OpenCV header.
 cv::Mat rows(lines_memory const &m, int first, int lines, int step_lines) {
-  return cv::Mat(lines, line_bytes, CV_8UC1, m.data() + first * line_bytes, std::size_t(step_lines) * line_bytes);
+  return cv::Mat(lines, m.line_bytes(), CV_8UC1, m.data() + first * m.line_bytes(),
+                 std::size_t(step_lines) * m.line_bytes());
 }
 
 // Field to frame by plain averaging: even lines copied, odd lines the mean
-// of the field lines around them, the last one repeated.
+// of the field lines around them, the last one repeated. threads = 1 keeps
+// OpenCV on one thread, threads = 0 lets it use its own default.
 void BM_rescale_422_opencv(benchmark::State &state) {
+  frame_size const size(state.range(1));
+  int const frame_width = size.width, frame_lines = size.lines;
+  cv::setNumThreads(state.range(0) != 0 ? 1 : -1);
   int const h = frame_lines / 2;
-  lines_memory const field(h, true), frame(frame_lines, true);
+  lines_memory const field(frame_width, h, true), frame(frame_width, frame_lines, true);
   for (auto _ : state) {
     rows(field, 0, h, 1).copyTo(rows(frame, 0, h, 2));
     cv::Mat odd = rows(frame, 1, h - 1, 2);
@@ -178,13 +205,19 @@ void BM_rescale_422_opencv(benchmark::State &state) {
   }
   state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame.bytes()));
 }
-BENCHMARK(BM_rescale_422_opencv)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_rescale_422_opencv)
+    ->ArgNames({"threads", "w"})
+    ->ArgsProduct({{1, 0}, {1920, 3840}})
+    ->Unit(benchmark::kMillisecond);
 
 // De-combing by plain averaging: odd lines the mean of the even lines around
 // them, the last odd line a copy of the even line above.
 void BM_decomb_422_opencv(benchmark::State &state) {
+  frame_size const size(state.range(1));
+  int const frame_width = size.width, frame_lines = size.lines;
+  cv::setNumThreads(state.range(0) != 0 ? 1 : -1);
   int const h = frame_lines / 2;
-  lines_memory const frame(frame_lines, true);
+  lines_memory const frame(frame_width, frame_lines, true);
   for (auto _ : state) {
     cv::Mat odd = rows(frame, 1, h - 1, 2);
     cv::addWeighted(rows(frame, 0, h - 1, 2), 0.5, rows(frame, 2, h - 1, 2), 0.5, 0.0, odd);
@@ -194,11 +227,15 @@ void BM_decomb_422_opencv(benchmark::State &state) {
   }
   state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(frame.bytes() / 2));
 }
-BENCHMARK(BM_decomb_422_opencv)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_decomb_422_opencv)
+    ->ArgNames({"threads", "w"})
+    ->ArgsProduct({{1, 0}, {1920, 3840}})
+    ->Unit(benchmark::kMillisecond);
 
 // One row of the quality table per picture: three photographs, then the
 // synthetic picture of sharp horizontal edges.
 void BM_rescale_quality(benchmark::State &state) {
+  cv::setNumThreads(1);
   auto const photos = sr_quality::photographs();
   std::size_t const i = std::size_t(state.range(0));
   cv::Mat const picture =
