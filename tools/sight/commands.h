@@ -1,0 +1,37 @@
+// The subcommands: each turns a frame into its JSON entries (one a frame, or
+// one a field) and hands the painted or produced pictures on.
+#ifndef SIGHT_TOOLS_COMMANDS_H_
+#define SIGHT_TOOLS_COMMANDS_H_
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "options.h"
+#include "picture.h"
+
+namespace sight_host {
+
+using json = nlohmann::ordered_json;
+using picture_sink = std::function<void(picture const &)>;
+
+class command {
+ public:
+  virtual ~command() = default;
+  // `out` is empty when nobody wants the pictures; then nothing is painted.
+  virtual void run(picture &frame, std::vector<json> &entries, picture_sink const &out) = 0;
+  // Output frames per input frame.
+  virtual double rate_factor() const { return 1; }
+};
+
+// Puts the library's defaults into the options, so that --help shows them.
+void set_defaults(options &o);
+
+// A fresh operator for one input, set up from the options.
+std::unique_ptr<command> make_command(options const &o);
+
+}  // namespace sight_host
+
+#endif  // SIGHT_TOOLS_COMMANDS_H_
