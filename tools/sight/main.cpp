@@ -110,7 +110,7 @@ int main(int argc, char **argv) {
     std::string const label = inputs[i].empty() ? "synthetic" : inputs[i] == "-" ? "stdin" : inputs[i];
     try {
       run_input(o, inputs[i], label, preview_path(o.common.preview, i, inputs.size()));
-    } catch (media_error const &e) {
+    } catch (std::runtime_error const &e) {  // media and Y4M errors name the problem
       std::fflush(stdout);
       std::fprintf(stderr, "sight: %s: %s\n", label.c_str(), e.what());
       failed = true;
