@@ -20,6 +20,7 @@
 #include <sight/operator/object_detected.h>
 
 // Operators.
+#include <sight/color_matching/color_matching.h>
 #include <sight/corner/detection.h>
 #include <sight/corner/threshold.h>
 #include <sight/hot_spots/hot_spots.h>
@@ -28,6 +29,10 @@
 #include <sight/object_tracking/object_tracking.h>
 #include <sight/object_tracking/object_tracking_data.h>
 #include <sight/object_tracking/object_tracking_info.h>
+#include <sight/object_tracking_2/object_tracking_2.h>
+#include <sight/object_tracking_2/object_tracking_2_data.h>
+#include <sight/object_tracking_2/object_tracking_2_info.h>
+#include <sight/perspective/perspective.h>
 #include <sight/super_resolution/y_x2.h>
 
 #endif  // SIGHT_SIGHT_H_

@@ -14,9 +14,13 @@ __int128 floor_div(__int128 a, __int128 b) {
 
 // Calls plot(x, y) for every pixel of the line from p0 to p1 that lies in
 // [0, width) x [0, height). The line steps one pixel along its major axis and
-// rounds the minor coordinate to nearest (halves upward). Only the part of
-// the major axis inside the bitmap is walked, so far-away end points cost
-// nothing; 128-bit products keep any int end points exact.
+// rounds the minor coordinate to nearest (halves upward):
+//   b(a) = b0 + floor((2 db (a - a0) + da) / (2 da)).
+// Only the part of the major axis inside the bitmap is walked, so far-away
+// end points cost nothing. The quotient and remainder at the first position
+// come from one 128-bit division, which keeps any int end points exact; each
+// step then adds 2 db to the remainder, and since |db| <= da one correction
+// of the quotient at most brings it back into [0, 2 da).
 template <class Plot>
 void walk(int const *p0, int const *p1, int width, int height, Plot plot) {
   if (width <= 0 || height <= 0) return;
@@ -33,15 +37,32 @@ void walk(int const *p0, int const *p1, int width, int height, Plot plot) {
   std::int64_t const b_size = x_major ? height : width;
   std::int64_t const first = std::max<std::int64_t>(a0, 0);
   std::int64_t const last = std::min<std::int64_t>(a1, a_size - 1);
+  if (first > last) return;
+  // With da = 0 the line is one point (db is 0 too) and b stays b0.
+  std::int64_t const den = 2 * da, step = 2 * db;
+  std::int64_t q = 0, r = 0;
+  if (da != 0) {
+    __int128 const n = __int128(step) * (first - a0) + da;
+    __int128 const qq = floor_div(n, den);
+    q = std::int64_t(qq);
+    r = std::int64_t(n - qq * den);
+  }
   for (std::int64_t a = first; a <= last; ++a) {
-    std::int64_t b = b0;
-    if (da != 0)
-      b += std::int64_t(floor_div(__int128(2) * db * (a - a0) + da, __int128(2) * da));
-    if (b < 0 || b >= b_size) continue;
-    if (x_major)
-      plot(int(a), int(b));
-    else
-      plot(int(b), int(a));
+    std::int64_t const b = b0 + q;
+    if (b >= 0 && b < b_size) {
+      if (x_major)
+        plot(int(a), int(b));
+      else
+        plot(int(b), int(a));
+    }
+    r += step;
+    if (r >= den) {
+      r -= den;
+      ++q;
+    } else if (r < 0) {
+      r += den;
+      --q;
+    }
   }
 }
 

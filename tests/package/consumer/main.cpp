@@ -1,4 +1,5 @@
-// A host that uses the installed library: a bitmap, a line, a conversion.
+// A host that uses the installed library: a bitmap, a line, a conversion, and
+// a perspective estimate from one pair.
 #include <sight/sight.h>
 
 #include <cstdio>
@@ -13,7 +14,10 @@ int main() {
   R::rasterize::line(frame, p0, p1, R::pixel_ycbcr_u8{128, 235, 128, 235});
   R::pixel_bgra_u8 out[8];
   R::convert_line(R::line(frame, 1), out, 8);
-  bool const ok = out[7].r == 255 && out[7].a == 255;
+  Korvane::Sight::perspective estimate;
+  estimate += {{1.0f, 2.0f}, {3.0f, 4.0f}};
+  glm::mat3 const m = estimate;
+  bool const ok = out[7].r == 255 && out[7].a == 255 && m[2][2] == 1.0f;
   R::release(frame);
   std::puts(ok ? "consumer ok" : "consumer wrong");
   return ok ? 0 : 1;
