@@ -72,6 +72,9 @@ class host_test : public testing::TestWithParam<row> {
     std::ofstream(dir_ / "garbage.mp4") << std::string(5000, 'x');
     std::ofstream(dir_ / "zero.y4m") << "YUV4MPEG2 W0 H10\nFRAME\n";
     std::ofstream(dir_ / "short.y4m") << "YUV4MPEG2 W16 H16 C420jpeg\nFRAME\n" << std::string(100, 'x');
+    std::ofstream(dir_ / "pairs.txt") << "# u = 2x + 10, v = 3y + 10\n0 0 10 10\n1 0 12 10\n0 1 10 13\n1 1 12 13\n"
+                                      << "2 1 14 13 2\n";
+    std::ofstream(dir_ / "bad_pairs.txt") << "0 0 10 10\n1 0 12\n";
     // An orange square over spot 0 at its default place, on the spots' key.
     glm::vec2 const p = S::hot_spots_data::default_position(0);
     int const x = int((p.x + 4.0f / 3) / (8.0f / 3) * 320) - 12, y = int((p.y + 1) / 2 * 240) - 12;
@@ -111,8 +114,10 @@ TEST_P(host_test, shows_what_it_must) {
     EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), 1) << result.errors;
     EXPECT_EQ(result.errors.rfind("sight: ", 0), 0u) << result.errors;
   }
-  for (json const &line : result.lines)
-    EXPECT_TRUE(line.contains("file") && line.contains("frame") && line.contains("time")) << line;
+  for (json const &line : result.lines)  // frame lines name their file, frame and time
+    EXPECT_TRUE(line.contains("picture") || line.contains("matrix") ||
+                (line.contains("file") && line.contains("frame") && line.contains("time")))
+        << line;
   r.check(result, dir_);
 }
 
@@ -226,6 +231,30 @@ std::vector<row> const rows = {
      expect_stepping},
     {"decomb", "{sight} decomb {dir}/pattern.y4m -o {dir}/decomb.y4m", 0, expect_decombed},
     {"rescale", "{sight} rescale {dir}/pattern.y4m -o {dir}/rescale.y4m", 0, expect_rescaled},
+    {"chamfer", "cd {dir} && {sight} chamfer --frames 2", 0,
+     [](run_result const &r, fs::path const &dir) {
+       ASSERT_EQ(r.lines.size(), 2u);
+       for (json const &l : r.lines) EXPECT_EQ(l["star"], true);
+       EXPECT_TRUE(fs::exists(dir / "d:\\temp\\track2.png"));
+     }},
+    {"chamfer_no_key", "{sight} chamfer {dir}/bars.mkv", 0,
+     [](run_result const &r, fs::path const &) {
+       for (json const &l : r.lines) EXPECT_EQ(l["star"], false);
+     }},
+    {"homography", "{sight} homography {dir}/pairs.txt", 0,
+     [](run_result const &r, fs::path const &) {
+       ASSERT_EQ(r.lines.size(), 1u);
+       EXPECT_EQ(r.lines[0]["pairs"], 5);
+       float const want[3][3] = {{2, 0, 10}, {0, 3, 10}, {0, 0, 1}};
+       for (int i = 0; i < 9; ++i) EXPECT_NEAR(r.lines[0]["matrix"][i / 3][i % 3], want[i / 3][i % 3], 1e-3) << i;
+     }},
+    {"match_itself", "{sight} match {dir}/pattern.y4m {dir}/pattern.y4m", 0,
+     [](run_result const &r, fs::path const &) {
+       ASSERT_EQ(r.lines.size(), 1u);
+       for (auto [key, want] : {std::pair<char const *, float>{"brightness", 0}, {"contrast", 1}, {"saturation", 1}})
+         EXPECT_NEAR(r.lines[0][key], want, 1e-3) << key;
+     }},
+    {"bad_pairs", "{sight} homography {dir}/bad_pairs.txt", 2, nothing},
     {"preview_png", "{sight} track --synthetic-frames 3 --preview {dir}/p.png", 0,
      [](run_result const &, fs::path const &dir) {
        for (char const *f : {"p_000000.png", "p_000001.png", "p_000002.png"}) EXPECT_TRUE(fs::exists(dir / f)) << f;

@@ -1,12 +1,23 @@
 #include "commands.h"
 
-#include <array>
-#include <initializer_list>
+#include "media.h"
 
+#include <array>
+#include <cmath>
+#include <initializer_list>
+#include <iostream>
+
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include <sight/color_matching/color_matching.h>
 #include <sight/corner/detection.h>
 #include <sight/corner/threshold.h>
 #include <sight/hot_spots/hot_spots.h>
 #include <sight/object_tracking/object_tracking.h>
+#include <sight/object_tracking_2/object_tracking_2.h>
+#include <sight/perspective/perspective.h>
 #include <sight/super_resolution/y_x2.h>
 
 namespace sight_host {
@@ -172,6 +183,39 @@ class corners_command : public command {
   bool stepping_;
 };
 
+class chamfer_command : public command {
+ public:
+  explicit chamfer_command(options const &o) {
+    tracker_ = std::make_unique<S::object_tracking_2>();
+    S::object_tracking_2 &k = *tracker_;
+    k.enabled() = true;
+    k.color().r() = o.chamfer.color.r / 255.0f;
+    k.color().g() = o.chamfer.color.g / 255.0f;
+    k.color().b() = o.chamfer.color.b / 255.0f;
+    k.tolerance() = o.chamfer.tolerance;
+  }
+  ~chamfer_command() override { Tamarind::Rasters::release(before_); }
+
+  // The operator reports nothing but draws its star into the frame: the
+  // entry tells whether it drew, found by comparing the frame with a copy.
+  void run(picture &frame, std::vector<json> &entries, picture_sink const &out) override {
+    S::ycbcr_bitmap &f = frame.ycbcr;
+    if (!Tamarind::Rasters::allocate(before_, f.width, f.height)) throw std::bad_alloc();
+    Tamarind::Rasters::copy(before_, f);
+    (*tracker_)(f, frame.aspect);
+    bool drawn = false;
+    for (int y = 0; y < f.height && !drawn; ++y)
+      drawn = std::memcmp(Tamarind::Rasters::line(f, y), Tamarind::Rasters::line(before_, y),
+                          std::size_t(Tamarind::Rasters::line_bytes(f))) != 0;
+    entries.push_back(json{{"star", drawn}});
+    if (out) out(frame);
+  }
+
+ private:
+  std::unique_ptr<S::object_tracking_2> tracker_;
+  S::ycbcr_bitmap before_{};
+};
+
 // Calls f(source plane, destination plane) for each plane of the layout.
 template <class F>
 void for_planes(video::field_views &a, video::field_views &b, F const &f) {
@@ -262,6 +306,82 @@ void set_defaults(options &o) {
   h.threshold = spots::default_threshold();
   S::corner::detection const detector;
   o.corners.threshold = detector.threshold();
+  using chamfer = S::object_tracking_2_data;
+  o.chamfer.color = to_rgb(chamfer::color_data_type::default_r(), chamfer::color_data_type::default_g(),
+                           chamfer::color_data_type::default_b());
+  o.chamfer.tolerance = chamfer::default_tolerance();
+}
+
+json homography(std::string const &file) {
+  std::ifstream stream;
+  if (file != "-") {
+    stream.open(file);
+    if (!stream) throw media_error("cannot open the file of point pairs");
+  }
+  std::istream &in = file == "-" ? std::cin : stream;
+  S::perspective estimate;
+  int pairs = 0, number = 0;
+  for (std::string line; std::getline(in, line);) {
+    ++number;
+    line = line.substr(0, line.find('#'));
+    std::istringstream fields(line);
+    float v[5] = {0, 0, 0, 0, 1};
+    int n = 0;
+    while (n < 5 && fields >> v[n]) ++n;
+    std::string rest;
+    if (n == 0 && !(fields.clear(), fields >> rest)) continue;  // blank or comment
+    if ((n != 4 && n != 5) || !fields.eof() || !std::isfinite(v[0] + v[1] + v[2] + v[3] + v[4]))
+      throw media_error("line " + std::to_string(number) + ": expected 'x y u v [weight]'");
+    estimate.add(v[4], {glm::vec2(v[0], v[1]), glm::vec2(v[2], v[3])});
+    ++pairs;
+  }
+  glm::mat3 const m = estimate;
+  json rows = json::array();
+  for (int r = 0; r < 3; ++r) rows.push_back(json::array({m[0][r], m[1][r], m[2][r]}));
+  return json{{"file", file}, {"pairs", pairs}, {"matrix", std::move(rows)}};
+}
+
+namespace {
+
+// The first frame of an input as 4:2:2.
+void first_frame(std::string const &name, picture &p) {
+  p.format = video::format_422;
+  double time;
+  try {
+    if (!open_source(name, 0, 1)->next(p, time)) throw media_error("no frame");
+  } catch (std::runtime_error const &e) {
+    throw media_error(name + ": " + e.what());
+  }
+}
+
+std::uint8_t to_byte(float v) { return std::uint8_t(v <= 0 ? 0 : v >= 255 ? 255 : int(v + 0.5f)); }
+
+}  // namespace
+
+json match(std::string const &picture_name, std::string const &reference_name, std::string const &preview) {
+  picture p, r;
+  first_frame(picture_name, p);
+  first_frame(reference_name, r);
+  S::color_matching const m(p.ycbcr, r.ycbcr, false);
+  if (!preview.empty()) {  // the procamp applied with the settings found
+    for (int y = 0; y < p.height; ++y) {
+      Tamarind::Rasters::pixel_ycbcr_u8 *line = Tamarind::Rasters::line(p.ycbcr, y);
+      for (int x = 0; x < (p.width + 1) / 2; ++x) {
+        auto luma = [&](std::uint8_t v) { return to_byte(m.contrast() * (v / 255.0f + m.brightness()) * 255); };
+        auto chroma = [&](std::uint8_t v, float offset) {
+          return to_byte((m.saturation() * (v / 255.0f + offset - 0.5f) + 0.5f) * 255);
+        };
+        Tamarind::Rasters::pixel_ycbcr_u8 &q = line[x];
+        q = {chroma(q.cb, m.u_offset()), luma(q.y0), chroma(q.cr, m.v_offset()), luma(q.y1)};
+      }
+    }
+    writer w(preview, 1);
+    w.write(p);
+    w.close();
+  }
+  return json{{"picture", picture_name}, {"reference", reference_name}, {"brightness", m.brightness()},
+              {"contrast", m.contrast()}, {"saturation", m.saturation()}, {"u_offset", m.u_offset()},
+              {"v_offset", m.v_offset()}};
 }
 
 std::unique_ptr<command> make_command(options const &o) {
@@ -269,6 +389,7 @@ std::unique_ptr<command> make_command(options const &o) {
   if (o.command == "hotspots") return std::make_unique<hotspots_command>(o);
   if (o.command == "corners") return std::make_unique<corners_command>(o);
   if (o.command == "rescale") return std::make_unique<rescale_command>(o);
+  if (o.command == "chamfer") return std::make_unique<chamfer_command>(o);
   return std::make_unique<decomb_command>();
 }
 

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -31,6 +32,13 @@ void set_defaults(options &o);
 
 // A fresh operator for one input, set up from the options.
 std::unique_ptr<command> make_command(options const &o);
+
+// The perspective transform of a file of point pairs, as one JSON object.
+json homography(std::string const &file);
+
+// The colour matching of two inputs' first frames; with `preview` set, the
+// corrected picture is written there.
+json match(std::string const &picture, std::string const &reference, std::string const &preview);
 
 }  // namespace sight_host
 

@@ -103,6 +103,22 @@ int main(int argc, char **argv) {
     std::fprintf(stderr, "sight: %s\n", message.c_str());
     return 2;
   }
+  if (o.command == "homography" || o.command == "match") {
+    bool failed = false;
+    std::vector<std::string> const files =
+        o.command == "match" ? std::vector<std::string>{o.match.picture} : o.homography.files;
+    for (std::string const &f : files) {
+      try {
+        json const line = o.command == "match" ? match(f, o.match.reference, o.common.preview) : homography(f);
+        std::printf("%s\n", line.dump().c_str());
+      } catch (std::runtime_error const &e) {
+        std::fflush(stdout);
+        std::fprintf(stderr, "sight: %s: %s\n", o.command == "match" ? "match" : f.c_str(), e.what());
+        failed = true;
+      }
+    }
+    return failed ? 2 : 0;
+  }
   std::vector<std::string> inputs = o.common.inputs;
   if (inputs.empty()) inputs.push_back("");  // the synthetic clip
   bool failed = false;

@@ -162,6 +162,29 @@ int parse_options(int argc, char const *const *argv, options &o, std::string &me
   add_frame_command(app, o.common, "decomb", "Rebuild field 1 of combed frames from field 0", "422", true,
                     kProduced);
 
+  CLI::App *chamfer = add_frame_command(
+      app, o.common, "chamfer",
+      "Measure the key-coloured region from its most interior block by 256 rays, drawn as a star (4:2:2); "
+      "the operator also writes each drawn frame to the file 'd:\\temp\\track2.png' of the current folder",
+      "422", false, kPainted);
+  add_color(chamfer, o.chamfer.color, "Key colour");
+  chamfer->add_option("--tolerance", o.chamfer.tolerance, "Mean chroma distance of a matching block (0..1)")
+      ->check(CLI::Range(0.0f, 1.0f))->capture_default_str();
+
+  CLI::App *homography = app.add_subcommand(
+      "homography", "Estimate the perspective transform from files of point pairs, one line 'x y u v [weight]' "
+                    "a pair ('#' starts a comment); one JSON object a file");
+  homography->add_option("pairs", o.homography.files, "Files of point pairs ('-' for standard input)")
+      ->required()->type_name("FILE...");
+
+  CLI::App *match = app.add_subcommand(
+      "match", "Find the brightness, contrast, saturation and chroma offsets that carry the first frame of "
+               "PICTURE to the statistics of the first frame of REFERENCE");
+  match->add_option("picture", o.match.picture, "Picture or clip to correct")->required()->type_name("PICTURE");
+  match->add_option("reference", o.match.reference, "Picture or clip to match")->required()->type_name("REFERENCE");
+  match->add_option("--preview,-o", o.common.preview, "Write PICTURE corrected by the settings found (a PNG)")
+      ->type_name("FILE");
+
   try {
     app.parse(argc, argv);
   } catch (CLI::CallForHelp const &e) {

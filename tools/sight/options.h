@@ -55,6 +55,19 @@ struct rescale_options {
   std::string field = "both";  // 0, 1 or both
 };
 
+struct chamfer_options {
+  rgb color;
+  float tolerance = 0;
+};
+
+struct homography_options {
+  std::vector<std::string> files;  // point pairs "x y u v [weight]" a line
+};
+
+struct match_options {
+  std::string picture, reference;  // first frames of two inputs
+};
+
 struct options {
   std::string command;
   common_options common;
@@ -62,6 +75,9 @@ struct options {
   hotspots_options hotspots;
   corners_options corners;
   rescale_options rescale;
+  chamfer_options chamfer;
+  homography_options homography;
+  match_options match;
 };
 
 // Parses argv into `o`, whose values on entry are the defaults shown by
