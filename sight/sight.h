@@ -26,6 +26,7 @@
 #include <sight/hot_spots/hot_spots.h>
 #include <sight/hot_spots/hot_spots_data.h>
 #include <sight/hot_spots/hot_spots_info.h>
+#include <sight/motion/estimation.h>
 #include <sight/object_tracking/object_tracking.h>
 #include <sight/object_tracking/object_tracking_data.h>
 #include <sight/object_tracking/object_tracking_info.h>
