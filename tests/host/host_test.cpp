@@ -115,7 +115,7 @@ TEST_P(host_test, shows_what_it_must) {
     EXPECT_EQ(result.errors.rfind("sight: ", 0), 0u) << result.errors;
   }
   for (json const &line : result.lines)  // frame lines name their file, frame and time
-    EXPECT_TRUE(line.contains("picture") || line.contains("matrix") ||
+    EXPECT_TRUE(line.contains("picture") || line.contains("matrix") || line.contains("energy") ||
                 (line.contains("file") && line.contains("frame") && line.contains("time")))
         << line;
   r.check(result, dir_);
@@ -254,6 +254,13 @@ std::vector<row> const rows = {
        for (auto [key, want] : {std::pair<char const *, float>{"brightness", 0}, {"contrast", 1}, {"saturation", 1}})
          EXPECT_NEAR(r.lines[0][key], want, 1e-3) << key;
      }},
+    {"align", "{sight} align {dir}/pattern.y4m {dir}/bars.mkv --iterations 4", 0,
+     [](run_result const &r, fs::path const &) {
+       ASSERT_EQ(r.lines.size(), 4u);
+       for (int i = 0; i < 4; ++i) EXPECT_EQ(r.lines[i]["iteration"], i);
+       EXPECT_GT(r.lines[0]["energy"], 0);
+     }},
+    {"align_one_picture", "{sight} align {dir}/pattern.y4m", 2, nothing},
     {"bad_pairs", "{sight} homography {dir}/bad_pairs.txt", 2, nothing},
     {"preview_png", "{sight} track --synthetic-frames 3 --preview {dir}/p.png", 0,
      [](run_result const &, fs::path const &dir) {

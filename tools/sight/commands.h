@@ -40,6 +40,10 @@ json homography(std::string const &file);
 // corrected picture is written there.
 json match(std::string const &picture, std::string const &reference, std::string const &preview);
 
+// Runs the motion estimator in a child process and forwards its energies;
+// the exit status (130 when interrupted).
+int align(options const &o);
+
 }  // namespace sight_host
 
 #endif  // SIGHT_TOOLS_COMMANDS_H_

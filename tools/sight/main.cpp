@@ -103,6 +103,15 @@ int main(int argc, char **argv) {
     std::fprintf(stderr, "sight: %s\n", message.c_str());
     return 2;
   }
+  if (o.command == "align") {
+    try {
+      return align(o);
+    } catch (std::runtime_error const &e) {
+      std::fflush(stdout);
+      std::fprintf(stderr, "sight: align: %s\n", e.what());
+      return 2;
+    }
+  }
   if (o.command == "homography" || o.command == "match") {
     bool failed = false;
     std::vector<std::string> const files =

@@ -185,6 +185,20 @@ int parse_options(int argc, char const *const *argv, options &o, std::string &me
   match->add_option("--preview,-o", o.common.preview, "Write PICTURE corrected by the settings found (a PNG)")
       ->type_name("FILE");
 
+  CLI::App *align = app.add_subcommand(
+      "align", "Align the luma of the first frame of FIRST to that of SECOND (rotation, scale, shift) by the "
+               "open-ended loop of the motion estimator, run in a child process; one JSON object an iteration "
+               "with its energy, until interrupted or --iterations");
+  align->add_option("first", o.align.first, "Picture or clip (default: the synthetic clip's frame 0)")
+      ->type_name("FIRST");
+  align->add_option("second", o.align.second, "Picture or clip (default: the synthetic clip's frame 2)")
+      ->type_name("SECOND");
+  align->add_option("--iterations", o.align.iterations, "Stop the operator after N iterations")
+      ->check(CLI::Range(std::int64_t(1), std::int64_t(1) << 40))->type_name("N");
+  align->add_option("--picture-dir", o.align.picture_dir,
+                    "Folder for the operator's difference picture 'f:\\test.png' (default: a temporary "
+                    "folder, removed at the end)")->type_name("DIR");
+
   try {
     app.parse(argc, argv);
   } catch (CLI::CallForHelp const &e) {
@@ -206,6 +220,10 @@ int parse_options(int argc, char const *const *argv, options &o, std::string &me
   if (o.command == "corners" && o.corners.min_corners >= 0 && o.corners.max_corners >= 0 &&
       o.corners.min_corners > o.corners.max_corners) {
     message = "--min-corners is above --max-corners";
+    return 2;
+  }
+  if (o.command == "align" && !o.align.first.empty() && o.align.second.empty()) {
+    message = "align takes two pictures, or none for the synthetic clip";
     return 2;
   }
   return -1;

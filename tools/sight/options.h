@@ -68,6 +68,12 @@ struct match_options {
   std::string picture, reference;  // first frames of two inputs
 };
 
+struct align_options {
+  std::string first, second;  // first frames of two inputs; none: the synthetic clip's frames 0 and 2
+  std::int64_t iterations = 0;  // 0: until interrupted
+  std::string picture_dir;      // where the operator writes its difference picture
+};
+
 struct options {
   std::string command;
   common_options common;
@@ -78,6 +84,7 @@ struct options {
   chamfer_options chamfer;
   homography_options homography;
   match_options match;
+  align_options align;
 };
 
 // Parses argv into `o`, whose values on entry are the defaults shown by
