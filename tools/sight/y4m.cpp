@@ -1,5 +1,6 @@
 #include "y4m.h"
 
+#include <algorithm>
 #include <charconv>
 #include <string_view>
 
@@ -131,8 +132,14 @@ bool y4m_reader::next(std::vector<std::uint8_t> &planes) {
   if (!read_line(line, kLineLimit, "frame header")) return false;
   if (line.compare(0, 5, "FRAME") != 0 || (line.size() > 5 && line[5] != ' '))
     throw y4m_error("malformed Y4M frame " + std::to_string(frames_) + ": no FRAME marker");
-  planes.resize(frame_bytes_);
-  read_exact(planes.data(), frame_bytes_);
+  // Grown as the bytes arrive, so that a header that claims huge frames
+  // costs memory only for what the stream really holds.
+  planes.clear();
+  while (planes.size() < frame_bytes_) {
+    std::size_t const at = planes.size(), chunk = std::min<std::size_t>(frame_bytes_ - at, 1 << 20);
+    planes.resize(at + chunk);
+    read_exact(planes.data() + at, chunk);
+  }
   ++frames_;
   return true;
 }
