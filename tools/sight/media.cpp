@@ -170,8 +170,8 @@ float display_aspect(int width, int height, AVRational sar, float forced) {
 class file_source : public source {
  public:
   file_source(std::string const &name, float aspect) : aspect_(aspect) {
-    if (!std::filesystem::exists(name)) throw media_error("no such file");
     int r = avformat_open_input(&format_, name.c_str(), nullptr, nullptr);
+    if (r < 0 && !std::filesystem::exists(name)) throw media_error("no such file");
     if (r < 0) throw media_error("cannot open: " + av_text(r));
     if ((r = avformat_find_stream_info(format_, nullptr)) < 0)
       throw media_error("cannot read the stream: " + av_text(r));

@@ -17,7 +17,7 @@ video::e_data_format layout_from_name(std::string const &name) {
   return video::format_422;
 }
 
-picture::~picture() {
+void picture::release() {
   R::release(bgra);
   R::release(ycbcra);
   R::release(ycbcr);
@@ -28,7 +28,7 @@ picture::~picture() {
 }
 
 bool picture::allocate(video::e_data_format f, int w, int h) {
-  if (f != format) this->~picture();
+  if (f != format) release();
   format = f;
   width = w;
   height = h;

@@ -22,7 +22,10 @@ struct picture {
   picture() = default;
   picture(picture const &) = delete;
   picture &operator=(picture const &) = delete;
-  ~picture();
+  ~picture() { release(); }
+
+  // Frees every bitmap.
+  void release();
 
   // (Re)allocates the bitmaps of `format` for width x height; chroma planes
   // take the rounded-up half sizes. False when memory runs out.
