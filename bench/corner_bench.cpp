@@ -12,7 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "corner/segment_test_model.h"
+#include "corner/segment_model.h"
+#include "support/harness.h"
 
 #ifdef SIGHT_HAVE_OPENCV
 #include <opencv2/core.hpp>
@@ -44,20 +45,18 @@ cv::Mat const &luma(int w, int h) {
   return m;
 }
 
-// A 4:2:2 frame of the luma with neutral chroma: 16-byte aligned rows, or
-// the same moved one byte off so that the unaligned member runs.
-struct frame_422 {
-  std::vector<std::uint8_t> bytes;
-  frame_type frame{};
-  frame_422(cv::Mat const &g, bool aligned) {
-    int const stride = ((g.cols + 1) / 2 * 4 + 15) / 16 * 16;
-    bytes.assign(std::size_t(stride) * std::size_t(g.rows) + 32, 128);
-    auto *base = bytes.data();
-    while (reinterpret_cast<std::uintptr_t>(base) % 16 != 0) ++base;
-    if (!aligned) ++base;
-    for (int y = 0; y < g.rows; ++y)
-      for (int x = 0; x < g.cols; ++x) base[std::size_t(y) * stride + 2 * std::size_t(x) + 1] = g.at<std::uint8_t>(y, x);
-    rasters::attach(frame, reinterpret_cast<rasters::pixel_ycbcr_u8 *>(base), g.cols, g.rows, stride);
+// A 4:2:2 frame (the tests' frames) of the luma with neutral chroma: 16-byte
+// aligned rows, or the same moved one byte off so that the unaligned member
+// runs.
+struct frame_422 : harness::frame {
+  frame_type frame;
+  frame_422(cv::Mat const &g, bool aligned)
+      : harness::frame(harness::layout::ycbcr_422, {g.cols, g.rows, 0, aligned ? 0 : 1, false}),
+        frame(view<frame_type>()) {
+    paint([&](int x, int y) {
+      std::uint8_t const v = g.at<std::uint8_t>(y, x);
+      return harness::sample{v, v, v, 255, v, 128, 128};
+    });
   }
 };
 

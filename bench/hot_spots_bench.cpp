@@ -21,6 +21,7 @@
 #include <sight/hot_spots/hot_spots.h>
 
 #include "hot_spots/extract_model.h"
+#include "support/harness.h"
 
 #ifdef SIGHT_HAVE_OPENCV
 #include <opencv2/core.hpp>
@@ -37,43 +38,32 @@ constexpr int kWidth = 1920, kHeight = 1080;
 constexpr float kAspect = 16.0f / 9.0f;
 
 enum layout { bgra, ycbcra, ycbcr422, y_cbcr, planar };
+harness::geometry const picture{kWidth, kHeight, 0, 0, false};
 
-// One picture in every layout: the default key with noise, a quarter of the
-// pixels something else.
+// One picture in every layout (the tests' frames, aligned): the default key
+// with noise, a quarter of the pixels something else.
 struct frames {
-  R::bitmap<R::pixel_bgra_u8> bgra{};
-  R::bitmap<R::pixel_ycbcra_u8> ycbcra{};
-  R::bitmap_422<R::pixel_ycbcr_u8> ycbcr{};
-  R::bitmap<R::pixel_y_u8> y{};
-  R::bitmap<R::pixel_cbcr_u8> cbcr{};
-  R::bitmap<R::pixel_cb_u8> cb{};
-  R::bitmap<R::pixel_cr_u8> cr{};
+  harness::frame const all[5] = {{harness::layout::bgra, picture},      {harness::layout::ycbcra, picture},
+                                 {harness::layout::ycbcr_422, picture}, {harness::layout::y_cbcr, picture},
+                                 {harness::layout::y_cb_cr, picture}};
+  S::bgra_bitmap bgra = all[0].view<S::bgra_bitmap>();
+  S::ycbcra_bitmap ycbcra = all[1].view<S::ycbcra_bitmap>();
+  S::ycbcr_bitmap ycbcr = all[2].view<S::ycbcr_bitmap>();
+  S::y_bitmap y = all[3].view<S::y_bitmap>();
+  S::cbcr_bitmap cbcr = all[3].view<S::cbcr_bitmap>(1);
+  S::cb_bitmap cb = all[4].view<S::cb_bitmap>(1);
+  S::cr_bitmap cr = all[4].view<S::cr_bitmap>(2);
 
   frames() {
-    R::allocate(bgra, kWidth, kHeight);
-    R::allocate(ycbcra, kWidth, kHeight);
-    R::allocate(ycbcr, kWidth, kHeight);
-    R::allocate(y, kWidth, kHeight);
-    R::allocate(cbcr, kWidth / 2, kHeight / 2);
-    R::allocate(cb, kWidth / 2, kHeight / 2);
-    R::allocate(cr, kWidth / 2, kHeight / 2);
     std::mt19937 rng(1);
     std::uniform_int_distribution<int> noise(-20, 20), other(0, 3), byte(0, 255);
     auto const level = [&](int key) {
       return std::uint8_t(other(rng) == 0 ? byte(rng) : std::clamp(key + noise(rng), 0, 255));
     };
-    for (int j = 0; j < kHeight; ++j)
-      for (int i = 0; i < kWidth; ++i) {
-        R::line(bgra, j)[i] = {level(160), level(90), level(50), 255};
-        R::line(ycbcra, j)[i] = {std::uint8_t(byte(rng)), level(165), level(105), 255};
-        R::line(y, j)[i] = {std::uint8_t(byte(rng))};
-        if (i % 2 == 0) R::line(ycbcr, j)[i / 2] = {level(165), 100, level(105), 100};
-        if (i % 2 == 0 && j % 2 == 0) {
-          R::line(cbcr, j / 2)[i / 2] = {level(165), level(105)};
-          R::line(cb, j / 2)[i / 2] = {level(165)};
-          R::line(cr, j / 2)[i / 2] = {level(105)};
-        }
-      }
+    auto const pixel = [&](int, int) {
+      return harness::sample{level(160), level(90), level(50), 255, std::uint8_t(byte(rng)), level(165), level(105)};
+    };
+    for (harness::frame const &f : all) f.paint(pixel);
   }
 };
 

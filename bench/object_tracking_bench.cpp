@@ -7,6 +7,7 @@
 
 #include "object_tracking/moments_model.h"
 #include "object_tracking/tracker_access.h"
+#include "support/harness.h"
 
 #include <benchmark/benchmark.h>
 #include <emmintrin.h>
@@ -31,81 +32,47 @@ using Korvane::Sight::object_tracking;
 constexpr int W = 1920, H = 1080;
 enum layout { bgra, ycbcra, s422, y_cbcr, planar };
 
-// A plane with lines padded to 16 bytes and 16 spare bytes, so that an
-// unaligned view (data moved by `offset`) still fits.
-struct plane {
-  std::uint8_t *mem;
-  int stride, line_bytes, lines;
-  plane(int bytes, int lines_) : stride((bytes + 15) / 16 * 16), line_bytes(bytes), lines(lines_) {
-    mem = static_cast<std::uint8_t *>(R::mem::alloc(std::uint64_t(stride) * lines + 16, 16));
-  }
-  ~plane() { R::mem::free(mem); }
-  plane(plane const &) = delete;
-  plane &operator=(plane const &) = delete;
-};
-
-// The default key, and a frame of that layout: a keyed disc in the middle
-// (a quarter of the picture) on a backdrop far from the key, both with noise,
-// so that most cells are empty as in a real scene.
+// The default key, and a frame of that layout (the tests' frames; aligned,
+// or four bytes off): a keyed disc in the middle (a quarter of the picture)
+// on a backdrop far from the key, both with noise, so that most cells are
+// empty as in a real scene.
 mm::key const key = mm::make_key(0.78431374f, 0.5372549f, 0.46666667f, 0.7f, 0.3f);
+harness::layout const layouts[] = {harness::layout::bgra, harness::layout::ycbcra, harness::layout::ycbcr_422,
+                                   harness::layout::y_cbcr, harness::layout::y_cb_cr};
 
-struct frame {
+struct frame : harness::frame {
   layout l;
-  int offset;
-  std::vector<plane *> planes;
   int cells_x, cells_y;
 
-  frame(layout l_, bool aligned) : l(l_), offset(aligned ? 0 : 4) {
+  frame(layout l_, bool aligned) : harness::frame(layouts[l_], {W, H, 0, aligned ? 0 : 4, false}), l(l_) {
     bool const wide = l != bgra && l != ycbcra, tall = l == y_cbcr || l == planar;
     cells_x = W / (wide ? 16 : 8);
     cells_y = H / (tall ? 16 : 8);
-    if (l == bgra || l == ycbcra) planes = {new plane(W * 4, H)};
-    if (l == s422) planes = {new plane(W * 2, H)};
-    if (l == y_cbcr) planes = {new plane(W, H), new plane(W, H / 2)};
-    if (l == planar) planes = {new plane(W, H), new plane(W / 2, H / 2), new plane(W / 2, H / 2)};
     std::mt19937 rng(7);
-    for (plane *p : planes)
-      for (int y = 0; y < p->lines; ++y)
-        for (int x = 0; x < p->line_bytes; ++x) p->mem[offset + y * p->stride + x] = std::uint8_t(rng());
-    int const sw = l == bgra || l == ycbcra ? W : W / 2, sh = tall ? H / 2 : H;
-    for (int y = 0; y < sh; ++y)
-      for (int x = 0; x < sw; ++x) {
-        float const dx = float(x) / sw - 0.5f, dy = float(y) / sh - 0.5f;
-        bool const keyed = dx * dx + dy * dy < 0.08f;
-        int const n = int(rng() % 41) - 20;
-        std::uint8_t const cb = std::uint8_t((keyed ? key.cb : 220) + n), cr = std::uint8_t((keyed ? key.cr : 40) - n);
-        switch (l) {
-          case bgra: {  // (119, 137, 200) is the key colour; blue is far from it
-            std::uint8_t *p = at(0, 4 * x, y);
-            p[0] = std::uint8_t((keyed ? 119 : 230) + n / 2), p[1] = std::uint8_t((keyed ? 137 : 60) + n / 2);
-            p[2] = std::uint8_t((keyed ? 200 : 30) + n / 2);
-            break;
-          }
-          case ycbcra: *at(0, 4 * x + 1, y) = cb, *at(0, 4 * x + 2, y) = cr; break;
-          case s422: *at(0, 4 * x, y) = cb, *at(0, 4 * x + 2, y) = cr; break;
-          case y_cbcr: *at(1, 2 * x, y) = cb, *at(1, 2 * x + 1, y) = cr; break;
-          case planar: *at(1, x, y) = cb, *at(2, x, y) = cr; break;
-        }
-      }
+    randomize(rng);
+    int const sw = wide ? W / 2 : W, sh = tall ? H / 2 : H;
+    paint([&](int x, int y) {
+      float const dx = float(x / (W / sw)) / sw - 0.5f, dy = float(y / (H / sh)) / sh - 0.5f;
+      bool const keyed = dx * dx + dy * dy < 0.08f;
+      int const n = int(rng() % 41) - 20;
+      // (119, 137, 200) is the key colour as BGRA; blue is far from it.
+      return harness::sample{std::uint8_t((keyed ? 119 : 230) + n / 2), std::uint8_t((keyed ? 137 : 60) + n / 2),
+                             std::uint8_t((keyed ? 200 : 30) + n / 2), std::uint8_t(rng()), std::uint8_t(rng()),
+                             std::uint8_t((keyed ? key.cb : 220) + n), std::uint8_t((keyed ? key.cr : 40) - n)};
+    });
   }
-  ~frame() {
-    for (plane *p : planes) delete p;
-  }
-  std::uint8_t *at(int n, int x, int y) const { return planes[n]->mem + offset + y * planes[n]->stride + x; }
+  std::uint8_t *at(int n, int x, int y) const { return planes[std::size_t(n)].line(y) + x; }
+  int stride(int n) const { return planes[std::size_t(n)].shape().stride; }
   template <class T>
   R::bitmap<T> view(int n, int w, int h) const {
-    return {reinterpret_cast<T *>(at(n, 0, 0)), w, h, planes[n]->stride, false};
+    return {reinterpret_cast<T *>(at(n, 0, 0)), w, h, stride(n), false};
   }
   R::bitmap_422<R::pixel_ycbcr_u8> view_422() const {
-    return {reinterpret_cast<R::pixel_ycbcr_u8 *>(at(0, 0, 0)), W, H, planes[0]->stride, false};
+    return {reinterpret_cast<R::pixel_ycbcr_u8 *>(at(0, 0, 0)), W, H, stride(0), false};
   }
   // Bytes the kernels read without preview: the chroma of whole cells.
   std::int64_t chroma_bytes() const {
-    switch (l) {
-      case y_cbcr: return std::int64_t(cells_x) * 16 * cells_y * 8;
-      case planar: return std::int64_t(cells_x) * 16 * cells_y * 8;
-      default: return std::int64_t(cells_x) * 32 * cells_y * 8;
-    }
+    return std::int64_t(cells_x) * (l == y_cbcr || l == planar ? 16 : 32) * cells_y * 8;
   }
 };
 
@@ -199,17 +166,16 @@ void BM_model(benchmark::State &state) {
   frame f(L, true);
   grid g(f);
   for (auto _ : state) {
-    auto &p = f.planes;
     float *c = g.mem.data();
     switch (L) {
-      case bgra: mm::moments_bgra(f.at(0, 0, 0), p[0]->stride, W, H, key, false, c, g.stride); break;
-      case ycbcra: mm::moments_ycbcra(f.at(0, 0, 0), p[0]->stride, W, H, key, false, c, g.stride); break;
-      case s422: mm::moments_422(f.at(0, 0, 0), p[0]->stride, W, H, key, false, c, g.stride); break;
+      case bgra: mm::moments_bgra(f.at(0, 0, 0), f.stride(0), W, H, key, false, c, g.stride); break;
+      case ycbcra: mm::moments_ycbcra(f.at(0, 0, 0), f.stride(0), W, H, key, false, c, g.stride); break;
+      case s422: mm::moments_422(f.at(0, 0, 0), f.stride(0), W, H, key, false, c, g.stride); break;
       case y_cbcr:
-        mm::moments_y_cbcr(f.at(0, 0, 0), p[0]->stride, f.at(1, 0, 0), p[1]->stride, W, H, key, false, c, g.stride);
+        mm::moments_y_cbcr(f.at(0, 0, 0), f.stride(0), f.at(1, 0, 0), f.stride(1), W, H, key, false, c, g.stride);
         break;
       case planar:
-        mm::moments_planar(f.at(0, 0, 0), p[0]->stride, f.at(1, 0, 0), p[1]->stride, f.at(2, 0, 0), p[2]->stride, W,
+        mm::moments_planar(f.at(0, 0, 0), f.stride(0), f.at(1, 0, 0), f.stride(1), f.at(2, 0, 0), f.stride(2), W,
                            H, key, false, c, g.stride);
         break;
     }
@@ -254,7 +220,7 @@ void BM_opencv(benchmark::State &state) {
   frame f(L, true);
   int const sw = L == bgra || L == ycbcra ? W : W / 2, sh = L == y_cbcr || L == planar ? H / 2 : H;
   auto mat = [&](int n, int type, int cols, int rows) {
-    return cv::Mat(rows, cols, type, f.at(n, 0, 0), std::size_t(f.planes[n]->stride));
+    return cv::Mat(rows, cols, type, f.at(n, 0, 0), std::size_t(f.stride(n)));
   };
   cv::Mat cbcr, diff, d, w, cells, mask, labels, stats, centroids, winner;
   float const s = float(key.scale) / 256.f;

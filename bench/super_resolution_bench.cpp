@@ -19,6 +19,7 @@
 #include <cstring>
 
 #include "super_resolution/line_kernels_model.h"
+#include "support/harness.h"
 
 #ifdef SIGHT_HAVE_OPENCV
 #include <opencv2/core.hpp>
@@ -35,30 +36,20 @@ constexpr int frame_width = 1920;
 constexpr int line_bytes = frame_width / 2 * 4;
 constexpr int frame_lines = 1080;
 
-// Lines of 4:2:2 at a stride of one line, 16-byte aligned or one byte off.
-class lines_memory {
+// Lines of 4:2:2 at a stride of one line (a plane of the tests), 16-byte
+// aligned or one byte off.
+class lines_memory : public harness::plane {
  public:
-  lines_memory(int lines, bool aligned) : lines_(lines) {
-    void *p = nullptr;
-    if (posix_memalign(&p, 16, std::size_t(lines) * line_bytes + 16) != 0) std::abort();
-    base_ = static_cast<std::uint8_t *>(p);
-    data_ = base_ + (aligned ? 0 : 1);
-    for (std::size_t i = 0; i < std::size_t(lines) * line_bytes; ++i) data_[i] = std::uint8_t(i * 2654435761u >> 24);
+  lines_memory(int lines, bool aligned) : harness::plane({line_bytes, lines, line_bytes, aligned ? 0 : 1, 0}) {
+    for (std::size_t i = 0; i < size(); ++i) data()[i] = std::uint8_t(i * 2654435761u >> 24);
   }
-  ~lines_memory() { std::free(base_); }
-  std::uint8_t *data() const { return data_; }
-  std::size_t bytes() const { return std::size_t(lines_) * line_bytes; }
+  std::size_t bytes() const { return size(); }
   R::bitmap_422<R::pixel_ycbcr_u8> bitmap() const {
-    return {reinterpret_cast<R::pixel_ycbcr_u8 *>(data_), frame_width, lines_, line_bytes, false};
+    return {reinterpret_cast<R::pixel_ycbcr_u8 *>(data()), frame_width, shape().lines, line_bytes, false};
   }
   line_model::view view(int stride_lines, int first, int lines) const {
-    return {data_ + first * line_bytes, line_bytes, lines, stride_lines * line_bytes};
+    return {data() + first * line_bytes, line_bytes, lines, stride_lines * line_bytes};
   }
-
- private:
-  int lines_;
-  std::uint8_t *base_ = nullptr;
-  std::uint8_t *data_ = nullptr;
 };
 
 void BM_rescale_422(benchmark::State &state) {

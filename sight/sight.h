@@ -18,6 +18,7 @@
 #include <sight/operator/color_matrix.h>
 #include <sight/operator/layouts.h>
 #include <sight/operator/object_detected.h>
+#include <sight/operator/rgb_color.h>
 
 // Operators.
 #include <sight/color_matching/color_matching.h>

@@ -42,7 +42,7 @@ spot_tables const g_spot_tables __attribute__((init_priority(200)));
 const int hot_spots_data::no_spots;
 
 hot_spots_data::color_data_type::color_data_type()
-    : r_(default_r()), g_(default_g()), b_(default_b()) {}
+    : rgb_color(default_r(), default_g(), default_b()) {}
 float hot_spots_data::color_data_type::default_r() { return 50.0f / 255.0f; }
 float hot_spots_data::color_data_type::default_g() { return 90.0f / 255.0f; }
 float hot_spots_data::color_data_type::default_b() { return 160.0f / 255.0f; }

@@ -14,6 +14,7 @@
 #include <glm/vec3.hpp>
 
 #include <sight/frame/export.h>
+#include <sight/operator/rgb_color.h>
 
 namespace Korvane::Sight {
 
@@ -23,22 +24,13 @@ struct SIGHT_API hot_spots_data {
 
   // Key colour in RGB, each channel nominally 0 to 1. Default: a mid blue,
   // (50, 90, 160) / 255.
-  struct SIGHT_API color_data_type {
+  struct SIGHT_API color_data_type : rgb_color {
     color_data_type();
     color_data_type &operator=(color_data_type const &) = default;
-
-    float &r() { return r_; }
-    float const &r() const { return r_; }
-    float &g() { return g_; }
-    float const &g() const { return g_; }
-    float &b() { return b_; }
-    float const &b() const { return b_; }
 
     static float default_r();
     static float default_g();
     static float default_b();
-
-    float r_, g_, b_;
   };
 
   // Margins, each a fraction of the picture's width or height measured

@@ -4,7 +4,7 @@
 namespace Korvane::Sight {
 
 object_tracking_data::color_data_type::color_data_type()
-    : r_(default_r()), g_(default_g()), b_(default_b()) {}
+    : rgb_color(default_r(), default_g(), default_b()) {}
 
 object_tracking_data::cropping_data_type::cropping_data_type()
     : left_(default_left()), right_(default_right()), top_(default_top()), bottom_(default_bottom()) {}

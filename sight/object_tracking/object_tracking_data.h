@@ -12,13 +12,14 @@
 #include <cstdint>
 
 #include <sight/frame/export.h>
+#include <sight/operator/rgb_color.h>
 #include <sight/frame/variables.h>
 
 namespace Korvane::Sight {
 
 struct SIGHT_API object_tracking_data {
   // The key colour in RGB, each channel 0 to 1.
-  struct SIGHT_API color_data_type {
+  struct SIGHT_API color_data_type : rgb_color {
     color_data_type();
     color_data_type(color_data_type const &) = default;
     color_data_type &operator=(color_data_type const &) = default;
@@ -27,16 +28,6 @@ struct SIGHT_API object_tracking_data {
     static float default_r() { return 0.78431374f; }
     static float default_g() { return 0.5372549f; }
     static float default_b() { return 0.46666667f; }
-
-    float &r() { return r_; }
-    float const &r() const { return r_; }
-    float &g() { return g_; }
-    float const &g() const { return g_; }
-    float &b() { return b_; }
-    float const &b() const { return b_; }
-
-   private:
-    float r_, g_, b_;
   };
 
   // Margins of the picture as fractions of its width or height, measured

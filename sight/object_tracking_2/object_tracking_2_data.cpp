@@ -4,7 +4,7 @@
 namespace Korvane::Sight {
 
 object_tracking_2_data::color_data_type::color_data_type()
-    : r_(default_r()), g_(default_g()), b_(default_b()) {}
+    : rgb_color(default_r(), default_g(), default_b()) {}
 
 object_tracking_2_data::object_tracking_2_data()
     : enabled_(default_enabled()), color_(), tolerance_(default_tolerance()) {}

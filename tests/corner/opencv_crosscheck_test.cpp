@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "corner/corner_test_support.h"
-#include "corner/segment_test_model.h"
+#include "support/corner_access.h"
+#include "corner/segment_model.h"
 
 #ifdef SIGHT_HAVE_OPENCV
 #include <opencv2/features2d.hpp>

@@ -7,26 +7,18 @@
 
 #include <algorithm>
 #include <random>
-#include <string>
 #include <utility>
 #include <vector>
 
-#include "corner/corner_test_support.h"
-#include "corner/segment_test_model.h"
+#include "support/corner_access.h"
+#include "corner/segment_model.h"
 
 namespace {
 
 using Korvane::Sight::corner::corner_record;
 using Korvane::Sight::corner::detection;
 using Korvane::Sight::corner::detection_access;
-using corner_test::cat;
 using position = std::pair<int, int>;
-
-struct suppression_case {
-  char const *name;
-  std::vector<corner_record> records;  // sorted by row, then column
-  std::vector<position> survivors;     // in scan order
-};
 
 // Runs the detector's suppression and extraction on `records`.
 std::vector<position> survivors_of(detection &d, std::vector<corner_record> const &records, int width,
@@ -46,58 +38,35 @@ std::vector<corner_model::record> to_model(std::vector<corner_record> const &rec
   return m;
 }
 
-class suppression_test : public ::testing::TestWithParam<suppression_case> {};
-
-TEST_P(suppression_test, keeps_the_expected_corners) {
-  suppression_case const &c = GetParam();
-  detection d;
-  int count = 0;
-  EXPECT_EQ(survivors_of(d, c.records, 64, &count), c.survivors);
-  EXPECT_EQ(count, int(c.survivors.size()));
-  // The end mark follows the last record, in storage the suppression grew.
-  EXPECT_EQ(detection_access::end_mark(d).y, 0xFFFF);
-  auto model = to_model(c.records);
-  EXPECT_EQ(corner_model::non_maxima_suppresion(model), count);
-  EXPECT_EQ(corner_model::features_extract(model), c.survivors);
+// Hand cases for the consequences of the scan order; records sorted by row,
+// then column, survivors in scan order.
+TEST(suppression_test, keeps_the_expected_corners) {
+  struct suppression_case {
+    std::vector<corner_record> records;
+    std::vector<position> survivors;
+  };
+  suppression_case const cases[] = {
+      {{{10, 10, 5}, {11, 10, 5}}, {{11, 10}}},  // a tie in a row keeps the right one
+      // A falling run keeps every second corner from the first.
+      {{{10, 10, 5}, {11, 10, 4}, {12, 10, 3}, {13, 10, 2}, {14, 10, 1}}, {{10, 10}, {12, 10}, {14, 10}}},
+      {{{10, 10, 5}, {11, 10, 3}, {9, 11, 9}}, {{9, 11}}},  // a win is not undone by a later loss
+      // Below-left comes before below: it is removed before the corner loses.
+      {{{10, 10, 5}, {9, 11, 4}, {10, 11, 6}, {12, 11, 1}}, {{10, 11}, {12, 11}}},
+      // A removed corner is skipped, so its own neighbours survive it.
+      {{{10, 10, 9}, {11, 10, 5}, {12, 10, 3}}, {{10, 10}, {12, 10}}},
+  };
+  for (suppression_case const &c : cases) {
+    detection d;
+    int count = 0;
+    EXPECT_EQ(survivors_of(d, c.records, 64, &count), c.survivors);
+    EXPECT_EQ(count, int(c.survivors.size()));
+    // The end mark follows the last record, in storage the suppression grew.
+    EXPECT_EQ(detection_access::end_mark(d).y, 0xFFFF);
+    auto model = to_model(c.records);
+    EXPECT_EQ(corner_model::non_maxima_suppresion(model), count);
+    EXPECT_EQ(corner_model::features_extract(model), c.survivors);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    cases, suppression_test,
-    ::testing::Values(
-        suppression_case{"tie_in_a_row_keeps_the_right_one", {{10, 10, 5}, {11, 10, 5}}, {{11, 10}}},
-        suppression_case{"tie_in_a_column_keeps_the_lower_one", {{10, 10, 5}, {10, 11, 5}}, {{10, 11}}},
-        suppression_case{"rising_run_keeps_its_last",
-                         {{10, 10, 1}, {11, 10, 2}, {12, 10, 3}, {13, 10, 4}, {14, 10, 5}},
-                         {{14, 10}}},
-        suppression_case{"falling_run_keeps_every_second_from_the_first",
-                         {{10, 10, 5}, {11, 10, 4}, {12, 10, 3}, {13, 10, 2}, {14, 10, 1}},
-                         {{10, 10}, {12, 10}, {14, 10}}},
-        suppression_case{"rows_two_apart_do_not_meet",
-                         {{10, 10, 5}, {30, 11, 1}, {10, 12, 9}},
-                         {{10, 10}, {30, 11}, {10, 12}}},
-        suppression_case{"rows_with_an_empty_row_between_do_not_meet",
-                         {{10, 10, 5}, {9, 12, 1}, {10, 12, 9}},
-                         {{10, 10}, {10, 12}}},
-        suppression_case{"diagonal_neighbours_below_meet",
-                         {{10, 10, 5}, {9, 11, 3}, {11, 11, 4}},
-                         {{10, 10}}},
-        suppression_case{"upper_right_and_lower_left_meet_through_the_lower",
-                         {{11, 10, 2}, {10, 11, 3}},
-                         {{10, 11}}},
-        // Right first: the corner removes it, then loses below; the removal stays.
-        suppression_case{"a_win_is_not_undone_by_a_later_loss",
-                         {{10, 10, 5}, {11, 10, 3}, {9, 11, 9}},
-                         {{9, 11}}},
-        // Below-left comes before below: it is removed before the corner loses.
-        suppression_case{"below_left_is_met_before_below",
-                         {{10, 10, 5}, {9, 11, 4}, {10, 11, 6}, {12, 11, 1}},
-                         {{10, 11}, {12, 11}}},
-        // A removed corner is skipped, so its own neighbours survive it.
-        suppression_case{"a_removed_corner_removes_nothing",
-                         {{10, 10, 9}, {11, 10, 5}, {12, 10, 3}},
-                         {{10, 10}, {12, 10}}},
-        suppression_case{"none", {}, {}}),
-    [](auto const &info) { return std::string(info.param.name); });
 
 // Random dense lists with many ties: the detector's tables against the model's
 // lookup, over widths up to the columns a whole last block can report.
@@ -134,6 +103,6 @@ TEST_P(suppression_random_test, matches_the_model) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(seeds, suppression_random_test, ::testing::Range(0, 60));
+INSTANTIATE_TEST_SUITE_P(seeds, suppression_random_test, ::testing::Range(0, 24));
 
 }  // namespace

@@ -6,8 +6,8 @@
 
 #include <vector>
 
-#include "corner/corner_test_support.h"
-#include "corner/segment_test_model.h"
+#include "support/corner_access.h"
+#include "corner/segment_model.h"
 
 namespace {
 
@@ -43,15 +43,6 @@ INSTANTIATE_TEST_SUITE_P(
                       step_case{400, 70, false, 70}, step_case{600, 70, false, 70}, step_case{399, 2, true, 2},
                       step_case{601, 200, true, 200}, step_case{500, 1, false, 2}, step_case{500, 300, false, 200},
                       step_case{0, 3, true, 2}, step_case{10000, 199, true, 200}));
-
-TEST(threshold_step_test, bounds_can_be_moved) {
-  detection d;
-  threshold stepper(d);
-  stepper.minimum_corners = 10;
-  detection_access::set_count(d, 50);
-  EXPECT_FALSE(++stepper);
-  EXPECT_EQ(d.threshold(), 70);
-}
 
 // Frames too small to scan, on a detector that never held storage: no
 // corner, and the end mark still finds room.

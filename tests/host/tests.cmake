@@ -10,4 +10,4 @@ if(SIGHT_TOOLS)
   target_compile_definitions(${target} PRIVATE SIGHT_HOST="$<TARGET_FILE:sight>" SIGHT_FFMPEG="${SIGHT_FFMPEG}")
 endif()
 # The runs start programs; a stuck one fails the test instead of holding CI.
-cmake_language(DEFER CALL set_tests_properties ${name} PROPERTIES TIMEOUT 300)
+cmake_language(DEFER CALL set_tests_properties host PROPERTIES TIMEOUT 300)

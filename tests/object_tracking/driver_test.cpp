@@ -4,6 +4,7 @@
 #include <array>
 #include <bit>
 #include <cmath>
+#include <cctype>
 #include <cstring>
 #include <random>
 #include <sstream>
@@ -138,6 +139,17 @@ struct test_frame {
   }
 };
 
+// A test name from the printed parameters: "(bgra, (64, 48), 0)" gives
+// "bgra_64_48_0".
+auto const case_name = [](auto const &info) {
+  std::string name;
+  for (char c : ::testing::PrintToString(info.param))
+    if (std::isalnum(static_cast<unsigned char>(c)) || c == '.') name += c == '.' ? 'p' : c;
+    else if (!name.empty() && name.back() != '_') name += '_';
+  while (!name.empty() && name.back() == '_') name.pop_back();
+  return name;
+};
+
 // A result as bits, so that results compare exactly and print on failure.
 std::array<std::uint32_t, 7> bits(object_tracking_info const &i) {
   return {std::uint32_t(i.object_detected()), std::bit_cast<std::uint32_t>(i.centre().x),
@@ -186,14 +198,7 @@ INSTANTIATE_TEST_SUITE_P(tracker, pipeline_test,
                                                               std::pair{720, 576}),
                                             ::testing::Values(0, 3), ::testing::Values(0, 16, 5),
                                             ::testing::Values(0, 1, 2, 3)),
-                         [](auto const &info) {
-                           auto const &p = info.param;
-                           std::ostringstream name;
-                           name << kLayoutNames[int(std::get<0>(p))] << "_w" << std::get<1>(p).first << "_h"
-                                << std::get<1>(p).second << "_off" << std::get<2>(p) << "_pad" << std::get<3>(p)
-                                << "_preview" << std::get<4>(p);
-                           return name.str();
-                         });
+                         case_name);
 
 // ---------------------------------------------------------------------------
 
@@ -234,14 +239,7 @@ TEST_P(message_test, views_the_field_and_corrects_the_lower_one) {
 INSTANTIATE_TEST_SUITE_P(tracker, message_test,
                          ::testing::Combine(kLayouts, ::testing::Values(0, 2, 3, 7), ::testing::Bool(),
                                             ::testing::Values(0.0f, 16.0f / 9.0f)),
-                         [](auto const &info) {
-                           auto const &p = info.param;
-                           std::ostringstream name;
-                           name << kLayoutNames[int(std::get<0>(p))] << "_field" << std::get<1>(p)
-                                << (std::get<2>(p) ? "_lower" : "_upper")
-                                << (std::get<3>(p) == 0.0f ? "_aspect_unknown" : "_aspect_given");
-                           return name.str();
-                         });
+                         case_name);
 
 TEST(message_edge_test, unknown_format_and_disabled_tracker_look_at_nothing) {
   std::vector<R::pixel_bgra_u8> pixels(64 * 64);
@@ -263,58 +261,19 @@ TEST(message_edge_test, unknown_format_and_disabled_tracker_look_at_nothing) {
   EXPECT_EQ(bits(t(&m, true)), bits(object_tracking_info()));
 }
 
-// The key lanes of the set-up against the model's over random settings,
-// colours and tolerances outside their ranges included.
-TEST(state_test, key_lanes_match_the_model) {
-  std::mt19937 rng(11);
-  std::uniform_real_distribution<float> colour(-0.2f, 1.2f), setting(-0.2f, 1.5f);
-  for (int n = 0; n < 500; ++n) {
-    object_tracking t;
-    t.color().r() = colour(rng), t.color().g() = colour(rng), t.color().b() = colour(rng);
-    t.tolerance_c() = setting(rng), t.smoothness() = setting(rng);
-    access::setup(t, 64, 64, 8, 8);
-    std::uint16_t cbcr[8], scale[8], offset[8];
-    moments_model::key_lanes(moments_model::make_key(t.color().r(), t.color().g(), t.color().b(), t.tolerance_c(),
-                                                     t.smoothness()),
-                             cbcr, scale, offset);
-    EXPECT_EQ(std::memcmp(access::key_cbcr(t), cbcr, sizeof cbcr), 0) << "setting " << n;
-    EXPECT_EQ(std::memcmp(access::key_scale(t), scale, sizeof scale), 0) << "setting " << n;
-    EXPECT_EQ(std::memcmp(access::key_offset(t), offset, sizeof offset), 0) << "setting " << n;
-  }
-}
-
-TEST(state_test, a_frame_smaller_than_a_cell_passes_the_mass_test_with_nothing) {
-  // No cells: minimum_mass is 0, so an empty region "fits", with 0 / 0.
-  object_tracking t;
-  t.enabled() = true;
-  object_tracking_info const info = test_frame(layout::bgra, 7, 7, 0, 0).track(t, 0.0f, 7);
-  EXPECT_EQ(info.object_detected(), 1);
-  EXPECT_TRUE(std::isnan(info.centre().x) && std::isnan(info.x_axis().x));
-}
-
-TEST(state_test, disabling_keeps_grid_and_axis_and_copies_stay_in_bounds) {
+// A copy has a grid of its own; a tracker that has seen another size,
+// assigned to, stays in bounds.
+TEST(state_test, copies_own_their_grid) {
   int const w = 256, h = 128;
   test_frame f(layout::bgra, w, h, 0, 0);
   std::mt19937 rng(9);
   f.paint(scene(w, h), rng);
-  object_tracking t;
-  t.enabled() = true;
+  object_tracking t, other;
+  t.enabled() = other.enabled() = true;
   ASSERT_EQ(f.track(t, 0.0f, h).object_detected(), 1);
-  glm::vec2 const axis = access::previous_x_axis(t);
   auto const *grid = access::cells(t).data;
-  t.enabled() = false;
-  EXPECT_EQ(bits(f.track(t, 0.0f, h)), bits(object_tracking_info()));
-  EXPECT_EQ(access::cells(t).data, grid);
-  EXPECT_EQ(access::previous_x_axis(t), axis);
-
-  // A copy has a grid of its own with the contents. Assigning to a tracker
-  // that has seen another size keeps its memory yet stays in bounds, and
-  // its next frame gives what the copy gives.
-  t.enabled() = true;
-  object_tracking copy(t), other;
+  object_tracking copy(t);
   EXPECT_NE(access::cells(copy).data, grid);
-  EXPECT_EQ(std::memcmp(access::cells(copy).data, grid, std::size_t(access::cells(t).stride) * (h / 8 + 2)), 0);
-  other.enabled() = true;
   test_frame(layout::bgra, 64, 32, 0, 0).track(other, 0.0f, 32);
   other = t;
   EXPECT_EQ(bits(f.track(other, 0.0f, h)), bits(f.track(copy, 0.0f, h)));
@@ -322,69 +281,54 @@ TEST(state_test, disabling_keeps_grid_and_axis_and_copies_stay_in_bounds) {
 
 // ---------------------------------------------------------------------------
 
-struct cropping_case {
-  char const *name;
-  float left, right, top, bottom;
-  int columns[4], rows[4];  // painted luma columns and rows, -1 for none
-};
-void PrintTo(cropping_case const &c, std::ostream *os) { *os << c.name; }
+class outline_test : public ::testing::TestWithParam<layout> {};
 
-class outline_test : public ::testing::TestWithParam<std::tuple<layout, cropping_case>> {};
-
-// The luma of a pixel (all four bytes for BGRA).
-std::uint32_t luma(test_frame &f, int x, int y) {
-  std::uint32_t v = 0;
-  switch (f.kind) {
-    case layout::bgra:
-      std::memcpy(&v, f.p[0].at(x * 4, y), 4);
-      return v;
-    case layout::ycbcra:
-      return *f.p[0].at(x * 4, y);
-    case layout::yuv422:
-      return *f.p[0].at(x / 2 * 4 + 1 + 2 * (x % 2), y);
-    default:
-      return *f.p[0].at(x, y);
+// Under preview_outlines the bars at the cropping's edges are painted, in the
+// luma of every layout (all four bytes of BGRA), and nothing else.
+TEST_P(outline_test, paints_exactly_the_bars_outside_the_cropping) {
+  struct cropping_case {
+    float left, right, top, bottom;
+    int columns[4], rows[4];  // painted columns and rows, -1 for none
+  };
+  cropping_case const cases[] = {
+      {0, 0, 0, 0, {-1, -1, -1, -1}, {-1, -1, -1, -1}},
+      {0.25f, 0, 0, 0, {478, 479, -1, -1}, {-1, -1, -1, -1}},
+      {0, 0.25f, 0, 0, {1440, 1441, -1, -1}, {-1, -1, -1, -1}},
+      {0, 0, 0.25f, 0, {-1, -1, -1, -1}, {14, 15, -1, -1}},
+      {0, 0, 0, 0.25f, {-1, -1, -1, -1}, {48, 49, -1, -1}},
+      {0.8f, 0.8f, 0.5f, 0.5f, {382, 383, 1536, 1537}, {30, 31, 32, 33}},  // crossed margins
+  };
+  layout const kind = GetParam();
+  int const w = 1920, h = 64;
+  auto const luma = [kind](test_frame &f, int x, int y) {
+    std::uint32_t v = 0;
+    std::memcpy(&v, f.p[0].at(kind <= layout::ycbcra ? x * 4 : kind == layout::yuv422 ? x / 2 * 4 + 1 + 2 * (x % 2) : x, y),
+                kind == layout::bgra ? 4 : 1);
+    return v;
+  };
+  for (cropping_case const &c : cases) {
+    test_frame f(kind, w, h, 0, 0);
+    std::mt19937 rng(3);
+    f.paint([](int, int) { return false; }, rng);
+    test_frame before = f;
+    object_tracking t;
+    t.enabled() = true;
+    t.preview() = object_tracking_data::preview_outlines;
+    t.cropping().left() = c.left, t.cropping().right() = c.right;
+    t.cropping().top() = c.top, t.cropping().bottom() = c.bottom;
+    EXPECT_EQ(f.track(t, 0.0f, h).object_detected(), 2);  // drawn though nothing was found
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) {
+        bool painted = false;
+        for (int k = 0; k < 4; ++k) painted = painted || x == c.columns[k] || y == c.rows[k];
+        ASSERT_EQ(luma(f, x, y) != luma(before, x, y), painted) << "x " << x << " y " << y << " left " << c.left;
+      }
+    for (int k = 0; k < f.count && c.columns[0] < 0 && c.rows[0] < 0; ++k)
+      EXPECT_EQ(f.p[k].memory, before.p[k].memory) << "plane " << k;
   }
 }
 
-TEST_P(outline_test, paints_exactly_the_bars_outside_the_cropping) {
-  auto const [kind, c] = GetParam();
-  int const w = 1920, h = 64;
-  test_frame f(kind, w, h, 0, 0);
-  std::mt19937 rng(3);
-  f.paint([](int, int) { return false; }, rng);
-  test_frame before = f;
-  object_tracking t;
-  t.enabled() = true;
-  t.preview() = object_tracking_data::preview_outlines;
-  t.cropping().left() = c.left;
-  t.cropping().right() = c.right;
-  t.cropping().top() = c.top;
-  t.cropping().bottom() = c.bottom;
-  EXPECT_EQ(f.track(t, 0.0f, h).object_detected(), 2);  // drawn though nothing was found
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) {
-      bool painted = false;
-      for (int k = 0; k < 4; ++k) painted = painted || x == c.columns[k] || y == c.rows[k];
-      ASSERT_EQ(luma(f, x, y) != luma(before, x, y), painted) << "x " << x << " y " << y;
-    }
-  for (int k = 0; k < f.count && c.columns[0] < 0 && c.rows[0] < 0; ++k)
-    EXPECT_EQ(f.p[k].memory, before.p[k].memory) << "plane " << k;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    tracker, outline_test,
-    ::testing::Combine(kLayouts,
-                       ::testing::Values(cropping_case{"none", 0, 0, 0, 0, {-1, -1, -1, -1}, {-1, -1, -1, -1}},
-                                         cropping_case{"left", 0.25f, 0, 0, 0, {478, 479, -1, -1}, {-1, -1, -1, -1}},
-                                         cropping_case{"right", 0, 0.25f, 0, 0, {1440, 1441, -1, -1}, {-1, -1, -1, -1}},
-                                         cropping_case{"top", 0, 0, 0.25f, 0, {-1, -1, -1, -1}, {14, 15, -1, -1}},
-                                         cropping_case{"bottom", 0, 0, 0, 0.25f, {-1, -1, -1, -1}, {48, 49, -1, -1}},
-                                         cropping_case{"swapped", 0.8f, 0.8f, 0.5f, 0.5f, {382, 383, 1536, 1537},
-                                                       {30, 31, 32, 33}})),
-    [](auto const &info) {
-      return std::string(kLayoutNames[int(std::get<0>(info.param))]) + "_" + std::get<1>(info.param).name;
-    });
+INSTANTIATE_TEST_SUITE_P(tracker, outline_test, kLayouts, case_name);
 
 }  // namespace
 }  // namespace Korvane::Sight

@@ -23,17 +23,11 @@ struct object_tracking_test_access {
   static int cells_x(object_tracking const &t) { return t.cells_x; }
   static int cells_y(object_tracking const &t) { return t.cells_y; }
   static void extract_object(object_tracking &t, moments_type &best) { t.extract_object(best); }
-  static void extract_object_impl(object_tracking const &t, moments_type *cell, moments_type &region) {
-    t.extract_object_impl(cell, region);
-  }
   static void scale_object(object_tracking const &t, moments_type &m, int width, int height, float aspect) {
     t.scale_object(m, width, height, aspect);
   }
   static void fit_object(object_tracking &t, object_tracking_info &info, moments_type const &m) {
     t.fit_object(info, m);
-  }
-  static void symmetric_eigen_2x2(float a, float b, float d, float &l1, float &l2, glm::vec2 &e1, glm::vec2 &e2) {
-    object_tracking::symmetric_eigen_2x2(a, b, d, l1, l2, e1, e2);
   }
 
   static std::uint16_t const *key_cbcr(object_tracking const &t) { return t.key_cbcr; }

@@ -1,8 +1,7 @@
 // The times-two operations for all eight bitmap types against the line model
 // run on views made here (bottom-up for the field 1 operations, every second
-// line for de-combing), byte for byte over the whole destination memory; the
-// height rules, both de-comb forms, the vertical-flip symmetry, what a
-// wrongly sized destination gets, and the filter's quality on photographs.
+// line for de-combing), byte for byte over the whole destination memory; what
+// a wrongly sized destination gets, and the filter's quality on photographs.
 #include <sight/super_resolution/y_x2.h>
 
 #include <gtest/gtest.h>
@@ -16,7 +15,7 @@
 #include <vector>
 
 #include "super_resolution/line_kernels_model.h"
-#include "super_resolution/test_buffers.h"
+#include "support/line_buffers.h"
 #ifdef SIGHT_HAVE_OPENCV
 #include "super_resolution/quality.h"
 #endif
@@ -109,10 +108,6 @@ void PrintTo(spacing s, std::ostream *os) { *os << spacing_names[int(s)]; }
 
 class y_x2_test : public ::testing::TestWithParam<op_case> {};
 
-std::string case_name(::testing::TestParamInfo<op_case> const &info) {
-  return std::string(pixels[std::get<0>(info.param)].name) + "_" + operation_names[int(std::get<1>(info.param))] +
-         "_" + spacing_names[int(std::get<2>(info.param))];
-}
 
 // Widths whose byte length has every remainder modulo 4 (odd 4:2:2 widths
 // included), and heights 0 (no writes), 1, 2 and odd ones.
@@ -141,53 +136,7 @@ INSTANTIATE_TEST_SUITE_P(types, y_x2_test,
                                                               operation::rescale_f0, operation::rescale_f1,
                                                               operation::decomb_in_place, operation::decomb_into),
                                             ::testing::Values(spacing::tight, spacing::spare3, spacing::aligned16,
-                                                              spacing::bottom_up, spacing::field_view)),
-                         case_name);
-
-// decomb(source, destination) and decomb(frame) give the same lines wherever
-// both write, for every byte width, as long as the stride leaves room for the
-// bytes behind a line (with tight strides those land on the next line, which
-// is a source line in place and a destination line otherwise). An odd last
-// line is left as it was in place.
-TEST(y_x2_edges, both_decomb_forms_give_the_same_lines) {
-  std::mt19937 rng(12);
-  for (spacing sp : {spacing::spare3, spacing::aligned16, spacing::bottom_up, spacing::tight})
-    for (int width = 1; width <= 40; ++width)
-      for (int h : {2, 3, 6, 7}) {
-        layout const l = shape(sp, width, h, 1);
-        if (width % 4 != 0 && std::abs(l.stride) - width < 3) continue;
-        buffer frame(l), into(l), before(l);
-        frame.randomize(rng);
-        before.copy_from(frame);
-        luma.run(operation::decomb_into, frame, width, h, into, width, h);
-        luma.run(operation::decomb_in_place, frame, width, h, frame, width, h);
-        for (int y = 0; y < h; ++y)
-          ASSERT_EQ(0, std::memcmp(frame.line(y), (y < h / 2 * 2 ? into : before).line(y), std::size_t(width)))
-              << spacing_names[int(sp)] << " width " << width << " h " << h << " y " << y;
-      }
-}
-
-// Flipping a picture upside down turns field 1 into field 0: the reversed
-// operations equal the plain ones on a flipped copy, flipped back.
-TEST(y_x2_edges, reversed_operations_mirror_the_plain_ones) {
-  std::mt19937 rng(13);
-  for (int width : {1, 2, 3, 6, 7, 16, 19, 37})
-    for (int h : {1, 2, 3, 5, 8}) {
-      layout const l{width, h, width + 3, 2, 3}, l2{width, 2 * h, width + 3, 2, 3};
-      buffer s(l), flipped(l);
-      s.randomize(rng);
-      for (int y = 0; y < h; ++y) std::memcpy(flipped.line(h - 1 - y), s.line(y), std::size_t(width));
-      for (bool doubled : {false, true}) {
-        int const out = doubled ? 2 * h : h;
-        buffer a(doubled ? l2 : l), b(doubled ? l2 : l);
-        luma.run(doubled ? operation::rescale_f1 : operation::f1_to_f0, s, width, h, a, width, out);
-        luma.run(doubled ? operation::rescale_f0 : operation::f0_to_f1, flipped, width, h, b, width, out);
-        for (int y = 0; y < out; ++y)
-          ASSERT_EQ(0, std::memcmp(a.line(y), b.line(out - 1 - y), std::size_t(width)))
-              << (doubled ? "rescale" : "shift") << " width " << width << " h " << h << " y " << y;
-      }
-    }
-}
+                                                              spacing::bottom_up, spacing::field_view)));
 
 // Destinations that do not take the plain path: the same data with another
 // stride (not the in-place case: the even source lines, memory lines 4 and

@@ -1,10 +1,8 @@
-// Naive scalar model of the corner detector, written from the rule alone: the
-// segment test of one pixel, its strength, the area the detector scans, the
-// suppression over later neighbours and the extraction of the survivors.
-// Plain loops over plain ints; nothing here is shared with the library's code,
-// so that a misreading on either side shows up as a mismatch.
-#ifndef SIGHT_TESTS_CORNER_SEGMENT_TEST_MODEL_H_
-#define SIGHT_TESTS_CORNER_SEGMENT_TEST_MODEL_H_
+// Naive scalar model of the corner detector, written from the rule alone with
+// plain loops and nothing shared with the library: the segment test of one
+// pixel, its strength, the scanned area, the suppression and the extraction.
+#ifndef SIGHT_TESTS_CORNER_SEGMENT_MODEL_H_
+#define SIGHT_TESTS_CORNER_SEGMENT_MODEL_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -33,10 +31,7 @@ inline int luma(picture const &p, int x, int y) {
 inline constexpr int ring_dx[16] = {0, 1, 2, 3, 3, 3, 2, 1, 0, -1, -2, -3, -3, -3, -2, -1};
 inline constexpr int ring_dy[16] = {-3, -3, -2, -1, 0, 1, 2, 3, 3, 3, 2, 1, 0, -1, -2, -3};
 
-inline int to_signed_byte(int v) {
-  v &= 0xFF;
-  return v >= 128 ? v - 256 : v;
-}
+inline int to_signed_byte(int v) { return (v & 0xFF) >= 128 ? (v & 0xFF) - 256 : v & 0xFF; }
 inline int saturate_signed_byte(int v) { return v < -128 ? -128 : v > 127 ? 127 : v; }
 
 // The two halves of threshold t: th = t / 2 truncated and cut to a signed
@@ -44,32 +39,21 @@ inline int saturate_signed_byte(int v) { return v < -128 ? -128 : v > 127 ? 127 
 inline int threshold_low(int t) { return to_signed_byte(t / 2); }
 inline int threshold_high(int t) { return to_signed_byte((t & 0xFF) - (threshold_low(t) & 0xFF)); }
 
-// Darker and brighter flags of the sixteen ring positions of centre (x, y).
-inline void ring_flags(picture const &p, int x, int y, int t, bool darker[16], bool brighter[16]) {
+// A corner: nine cyclically contiguous ring positions darker than
+// sat(Y7(c) - th), or nine brighter than sat(Y7(c) + tr), Y7 = Y >> 1.
+inline bool is_corner(picture const &p, int x, int y, int t) {
   int const centre = luma(p, x, y) >> 1;
   int const low = saturate_signed_byte(centre - threshold_low(t));
   int const high = saturate_signed_byte(centre + threshold_high(t));
-  for (int k = 0; k < 16; ++k) {
-    int const v = luma(p, x + ring_dx[k], y + ring_dy[k]) >> 1;
-    darker[k] = low > v;
-    brighter[k] = v > high;
-  }
-}
-
-// True when nine cyclically contiguous ring positions are all of one kind.
-inline bool nine_contiguous(bool const flags[16]) {
   for (int start = 0; start < 16; ++start) {
-    int run = 0;
-    while (run < 9 && flags[(start + run) % 16]) ++run;
-    if (run == 9) return true;
+    int dark = 0, bright = 0;
+    for (int k = start; k < start + 9; ++k) {
+      int const v = luma(p, x + ring_dx[k % 16], y + ring_dy[k % 16]) >> 1;
+      dark += low > v, bright += v > high;
+    }
+    if (dark == 9 || bright == 9) return true;
   }
   return false;
-}
-
-inline bool is_corner(picture const &p, int x, int y, int t) {
-  bool darker[16], brighter[16];
-  ring_flags(p, x, y, t, darker, brighter);
-  return nine_contiguous(darker) || nine_contiguous(brighter);
 }
 
 // Sum over the ring of |Y(p) - Y(c)| on full 8-bit luma.
@@ -128,12 +112,8 @@ inline int non_maxima_suppresion(std::vector<record> &records) {
       auto const it = at.find({r.x + nx[n], r.y + ny[n]});
       if (it == at.end()) continue;
       record &other = records[it->second];
-      if (r.strength <= other.strength) {
-        r.strength = 0;
-        beaten = true;
-      } else {
-        other.strength = 0;
-      }
+      if (r.strength <= other.strength) r.strength = 0, beaten = true;
+      else other.strength = 0;
     }
     if (!beaten) ++survivors;
   }
@@ -150,4 +130,4 @@ inline std::vector<std::pair<int, int>> features_extract(std::vector<record> con
 
 }  // namespace corner_model
 
-#endif  // SIGHT_TESTS_CORNER_SEGMENT_TEST_MODEL_H_
+#endif  // SIGHT_TESTS_CORNER_SEGMENT_MODEL_H_
