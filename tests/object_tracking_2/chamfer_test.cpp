@@ -151,13 +151,9 @@ INSTANTIATE_TEST_SUITE_P(frames, edge_test,
 cm::key const default_key{111, 157, 20};
 char const *const dump_path = "d:\\temp\\track2.png";
 
-struct scene {
-  char const *name;
-  int width, height;
-  int kind;                                 // 0 blocks, 1 all key, 2 random blocks
-  std::vector<std::array<int, 4>> regions;  // key-coloured blocks: x, y, across, down
-  int m, bx, by;                            // m 0: nothing drawn; -1: where the model finds it
-};
+// kind 0: key-coloured blocks (x, y, across, down) only, 1: all key, 2: random
+// blocks; m 0: nothing drawn, -1: the star where the model finds it.
+struct scene { char const *name; int width, height, kind; std::vector<std::array<int, 4>> regions; int m, bx, by; };
 
 // Key-coloured blocks (within 2 of the key per pair) on a backdrop far from
 // it; returns the frame as the call must leave it: the model's star drawn on
@@ -223,24 +219,17 @@ TEST_P(scene_test, star_and_picture) {
 }
 
 std::vector<scene> const scenes = {
-    {"square3", 160, 80, 0, {{3, 3, 3, 3}}, 2, 4, 4},
-    {"square2", 160, 80, 0, {{3, 3, 2, 2}}, 0, 0, 0},
-    {"bar_across", 160, 80, 0, {{1, 4, 8, 1}}, 0, 0, 0},
-    {"bar_down", 160, 80, 0, {{4, 1, 1, 8}}, 0, 0, 0},
+    {"square3", 160, 80, 0, {{3, 3, 3, 3}}, 2, 4, 4},      {"square2", 160, 80, 0, {{3, 3, 2, 2}}, 0, 0, 0},
+    {"bar_across", 160, 80, 0, {{1, 4, 8, 1}}, 0, 0, 0},   {"bar_down", 160, 80, 0, {{4, 1, 1, 8}}, 0, 0, 0},
     {"tie_rightmost", 160, 80, 0, {{1, 3, 3, 3}, {5, 3, 3, 3}}, 2, 6, 4},
     {"tie_lowest", 160, 80, 0, {{5, 1, 3, 3}, {1, 5, 3, 3}}, 2, 2, 6},
-    {"corner", 100, 60, 0, {{0, 0, 4, 7}}, -1, 0, 0},
-    {"full_47x24", 47, 24, 1, {}, 0, 0, 0},
-    {"full_48x23", 48, 23, 1, {}, 0, 0, 0},
-    {"full_48x24", 48, 24, 1, {}, 2, 1, 1},
-    {"full_203x61", 203, 61, 1, {}, -1, 0, 0},
-    {"random", 320, 240, 2, {}, -1, 0, 0},
+    {"corner", 100, 60, 0, {{0, 0, 4, 7}}, -1, 0, 0},      {"full_47x24", 47, 24, 1, {}, 0, 0, 0},
+    {"full_48x23", 48, 23, 1, {}, 0, 0, 0},                {"full_48x24", 48, 24, 1, {}, 2, 1, 1},
+    {"full_203x61", 203, 61, 1, {}, -1, 0, 0},             {"random", 320, 240, 2, {}, -1, 0, 0},
 };
 
 INSTANTIATE_TEST_SUITE_P(scenes, scene_test, ::testing::Combine(::testing::ValuesIn(scenes), ::testing::Bool()),
-                         [](auto const &info) {
-                           return std::string(std::get<0>(info.param).name) + (std::get<1>(info.param) ? "_aligned" : "");
-                         });
+                         [](auto const &i) { return std::get<0>(i.param).name + std::string(std::get<1>(i.param) ? "_aligned" : ""); });
 
 // Disabled, a tracker touches nothing. A copy has cells of its own; an
 // assignment keeps the size of a map that exists until the next frame's
@@ -253,8 +242,7 @@ TEST_F(in_temp_folder, disabled_and_copies) {
   EXPECT_TRUE(harness::same_frame(before, f) && !fs::exists(dump_path) && access::map(*source).data == nullptr);
   source->enabled() = true;
   (*source)(f.view(), 0.0f);
-  object_tracking_2 copy(*source), assigned;
-  assigned.enabled() = true;
+  object_tracking_2 copy(*source), assigned(*source);
   assigned(small.view(), 0.0f);
   assigned = *source;
   source.reset();
@@ -266,16 +254,17 @@ TEST_F(in_temp_folder, disabled_and_copies) {
   }
 }
 
+// The first line and column are never chosen; the last block's border
+// neighbours bring it to 1.
 TEST(chamfer_pass_2, first_line_and_column_never_chosen) {
   object_tracking_2 tracker;
   access::setup(tracker, 4, 4);
   Korvane::Sight::y_bitmap &map = access::map(tracker);
   for (int i = 1; i <= 4; ++i) R::line(map, 1)[i].y = R::line(map, i)[1].y = 9;
   int position[2] = {-1, -1};
-  EXPECT_EQ(access::pass_2(tracker, position), 0);
-  R::line(map, 4)[4].y = 3;  // the last block: its border neighbours bring it to 1
-  EXPECT_EQ(access::pass_2(tracker, position), 1);
-  EXPECT_TRUE(position[0] == 3 && position[1] == 3);
+  int const none = access::pass_2(tracker, position);
+  R::line(map, 4)[4].y = 3;
+  EXPECT_TRUE(none == 0 && access::pass_2(tracker, position) == 1 && position[0] == 3 && position[1] == 3);
 }
 
 // The key from the settings (Cb, Cr, tolerance, and the top lane of the
