@@ -60,8 +60,7 @@ TEST_P(gl_render_test, key_matches_the_cpu_weight) {
   int const attribs[] = {OSMESA_FORMAT, OSMESA_RGBA, OSMESA_PROFILE, OSMESA_COMPAT_PROFILE,
                          OSMESA_CONTEXT_MAJOR_VERSION, 3, OSMESA_CONTEXT_MINOR_VERSION, 0, 0};
   OSMesaContext const ctx = OSMesaCreateContextAttribs(attribs, nullptr);
-  ASSERT_NE(ctx, nullptr);
-  ASSERT_TRUE(OSMesaMakeCurrent(ctx, out.data(), GL_UNSIGNED_BYTE, side, side));
+  ASSERT_TRUE(ctx != nullptr && OSMesaMakeCurrent(ctx, out.data(), GL_UNSIGNED_BYTE, side, side));
 
   std::string source = "#version 110\n";
   for (int n = 0; n < 4; ++n) source += "#define tracking_support_" + std::to_string(n) + (mask >> n & 1u ? " 1\n" : " 0\n");
@@ -92,7 +91,7 @@ TEST_P(gl_render_test, key_matches_the_cpu_weight) {
     frame[i] = std::uint8_t(i % 4 == 1 ? i / 4 % side : i % 4 == 2 ? i / 4 / side : i * 37 % 251);
   GLuint tex = 0;
   glGenTextures(1, &tex), glBindTexture(GL_TEXTURE_2D, tex);
-  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);  // at texel centres magnifying is exact
   glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, side, side, 0, GL_RGBA, GL_UNSIGNED_BYTE, frame.data());
   glUniform1i(glGetUniformLocation(prog, "frame"), 0);
   glViewport(0, 0, side, side);

@@ -51,8 +51,7 @@ TEST(perspective_test, any_set_casts_to_a_finite_matrix_that_solves_the_exact_on
   glm::vec2 const s[4] = {{-1, -1}, {1.5f, -0.5f}, {0.8f, 1.2f}, {-0.7f, 0.9f}};
   std::vector<std::vector<pair>> const sets = {
       {{s[0], apply(warp, s[0])}, {s[1], apply(warp, s[1])}, {s[2], apply(warp, s[2])}, {s[3], apply(warp, s[3])}},
-      {{{2, 3}, {4, 5}}},
-      {{{0, 0}, {1, 1}}, {{1, 0}, {2, 1}}, {{0, 1}, {1, 3}}},
+      {{{2, 3}, {4, 5}}},  {{{0, 0}, {1, 1}}, {{1, 0}, {2, 1}}, {{0, 1}, {1, 3}}},
       std::vector<pair>(6, {{0.5f, -0.25f}, {7, 9}}),
       {{{0, 0}, {0, 0}}, {{1, 1}, {2, 2}}, {{2, 2}, {4, 4}}, {{3, 3}, {6, 6}}, {{-4, -4}, {-8, -8}}},
       {{{0, 1}, {5, 1}}, {{1, 1}, {4, 2}}, {{2, 1}, {3, 0}}, {{3, 1}, {1, 7}}, {{900, 1}, {-3, 2}}},
@@ -64,8 +63,7 @@ TEST(perspective_test, any_set_casts_to_a_finite_matrix_that_solves_the_exact_on
         if (weights == glm::vec4(1)) p += sets[k][i]; else p.add(weights[i % 4], sets[k][i]);
       glm::mat3 const m = p;
       std::string const where = "set " + std::to_string(k) + ", weight " + std::to_string(weights.y);
-      EXPECT_EQ(m[2][2], 1.0f) << where;
-      for (int i = 0; i < 9; ++i) EXPECT_TRUE(std::isfinite(m[i / 3][i % 3])) << where << ", entry " << i;
+      for (int i = 0; i < 9; ++i) EXPECT_TRUE(std::isfinite(m[i / 3][i % 3]) && m[2][2] == 1.0f) << where << ", entry " << i;
       for (std::size_t i = 0; k + 1 < sets.size() && i < sets[k].size(); ++i) {
         pair const &q = sets[k][i];
         glm::vec3 const r = m * glm::vec3(q.first, 1.0f);
