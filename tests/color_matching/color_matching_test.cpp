@@ -11,12 +11,11 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <random>
-#include <sstream>
 #include <vector>
 
 #include "color_matching/procamp_model.h"
+#include "support/harness.h"
 
 // Counting stand-ins for the pixel layer's allocator (this program only), so
 // that the tests see when the search makes and gives back its scratch picture;
@@ -43,75 +42,51 @@ using Korvane::Sight::color_matching;
 using Korvane::Sight::ycbcr_bitmap;
 namespace D = Korvane::Sight::detail;
 using stats = color_matching::image_statistics;
-constexpr std::uint8_t sentinel = 0xA5;
 
-// A 4:2:2 picture in a buffer of exactly `offset` bytes, its lines, and
-// `guard` bytes behind the last line; all bytes start at the sentinel.
-struct picture {
-  int width, height, stride, offset;
-  std::vector<std::uint8_t> bytes;
-  picture(int w, int h, int s, int off = 0, int guard = 0)
-      : width(w), height(h), stride(s), offset(off),
-        bytes(std::size_t(off + (h > 0 ? s * (h - 1) + (w + 1) / 2 * 4 : 0) + guard), sentinel) {}
-  std::uint8_t *data() { return bytes.data() + offset; }
-  ycbcr_bitmap bitmap() { return {reinterpret_cast<Tamarind::Rasters::pixel_ycbcr_u8 *>(data()), width, height, stride, false}; }
+// A 4:2:2 picture on the harness's exactly sized memory, `room` guard bytes
+// behind it.
+struct picture : harness::frame {
+  picture(harness::geometry const &g, int room = 0) : frame(harness::layout::ycbcr_422, g, room) {}
+  std::uint8_t *data() const { return planes[0].data(); }
+  int stride() const { return planes[0].shape().stride; }
+  ycbcr_bitmap bitmap() const { return view<ycbcr_bitmap>(); }
   // byte(channel, a random byte) for channels Cb, Y0, Cr, Y1.
-  picture &fill(std::mt19937 &rng, std::function<int(int, int)> const &byte = [](int, int r) { return r; }) {
-    for (int y = 0; y < height; ++y)
-      for (int x = 0; x < (width + 1) / 2 * 4; ++x) data()[y * stride + x] = std::uint8_t(byte(x % 4, int(rng() & 255)));
-    return *this;
+  template <class Byte>
+  void fill(std::mt19937 &rng, Byte const &byte) const {
+    for (int y = 0; y < g.height; ++y)
+      for (int x = 0; x < planes[0].shape().width; ++x) planes[0].line(y)[x] = std::uint8_t(byte(x % 4, int(rng() & 255)));
   }
 };
 
-// Destination layouts: pad after the 16-byte-rounded line, offset of the
-// data from a 16-byte boundary; the source lines are padded by pad % 16.
-struct procamp_case {
-  int stride_pad, dst_offset;
-  bool aligned;
-};
-procamp_case const layouts[] = {{0, 0, true}, {16, 0, true}, {0, 1, false}, {5, 7, false}, {16, 15, false}};
-
-class procamp_test : public ::testing::TestWithParam<std::tuple<int, procamp_case>> {};
+// The destination in each of the harness's placements; the source 3 bytes
+// off a 16-byte boundary, its lines padded by the destination's pad % 16.
+class procamp_test : public ::testing::TestWithParam<harness::geometry> {};
 
 TEST_P(procamp_test, matches_the_model_and_leaves_the_guard_bytes) {
-  auto const [width, c] = GetParam();
-  std::mt19937 rng(std::uint32_t(width * 31 + c.stride_pad * 7 + c.dst_offset));
+  harness::geometry const g = GetParam();
+  std::mt19937 rng(std::uint32_t(g.width * 31 + g.pad * 7 + g.offset + g.height));
   float const odd[] = {NAN, INFINITY, -INFINITY, 1e30f, -1e30f, 3e9f, 70000.0f, -2.5f, 0.0f, 1.0f / 64, 3.0f / 64};
   auto setting = [&](float lo, float hi) {
     return rng() % 3 == 0 ? odd[rng() % std::size(odd)] : std::uniform_real_distribution<float>(lo, hi)(rng);
   };
-  int const line = (width + 1) / 2 * 4, dst_stride = (line + 15) / 16 * 16 + c.stride_pad;
-  for (int h : {1, 3}) {
-    picture source(width, h, line + c.stride_pad % 16, 3);
-    source.fill(rng);
-    for (int round = 0; round < 12; ++round) {
-      procamp_model::settings const s{setting(-0.3f, 0.3f), setting(-1, 5), setting(-1, 3), setting(-0.3f, 0.3f),
-                                      setting(-0.3f, 0.3f)};
-      picture got(width, h, dst_stride, 16 + c.dst_offset, 16), want = got;
-      D::procamp_tables tables;
-      D::make_procamp_tables({s.brightness, s.contrast, s.saturation, s.u_offset, s.v_offset}, tables);
-      (c.aligned ? D::apply_procamp_422<true> : D::apply_procamp_422<false>)(tables, source.bitmap(), got.bitmap());
-      procamp_model::apply(s, source.data(), source.stride, width, h, want.data(), dst_stride);
-      for (std::size_t i = 0; i < got.bytes.size(); ++i) {
-        int const at = int(i) - got.offset;
-        ASSERT_EQ(int(want.bytes[i]), int(got.bytes[i]))
-            << "x " << (at % dst_stride + dst_stride) % dst_stride << " y " << std::floor(double(at) / dst_stride)
-            << " (model, kernel) h " << h << " settings " << s.brightness << " " << s.contrast << " "
-            << s.saturation << " " << s.u_offset << " " << s.v_offset;
-      }
-    }
+  picture const source({g.width, g.height, g.pad % 16, 3, false});
+  source.randomize(rng);
+  for (int round = 0; round < 12; ++round) {
+    procamp_model::settings const s{setting(-0.3f, 0.3f), setting(-1, 5), setting(-1, 3), setting(-0.3f, 0.3f),
+                                    setting(-0.3f, 0.3f)};
+    picture const got(g, 16), want = got;
+    D::procamp_tables tables;
+    D::make_procamp_tables({s.brightness, s.contrast, s.saturation, s.u_offset, s.v_offset}, tables);
+    (got.aligned() ? D::apply_procamp_422<true> : D::apply_procamp_422<false>)(tables, source.bitmap(), got.bitmap());
+    procamp_model::apply(s, source.data(), source.stride(), g.width, g.height, want.data(), want.stride());
+    ASSERT_TRUE(harness::same_frame(want, got)) << "settings " << s.brightness << " " << s.contrast << " "
+                                                << s.saturation << " " << s.u_offset << " " << s.v_offset;
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(layouts, procamp_test,
-                         ::testing::Combine(::testing::Values(1, 2, 3, 4, 5, 6, 7, 8, 9, 15, 16, 17, 31, 33, 64, 721),
-                                            ::testing::ValuesIn(layouts)),
-                         [](auto const &info) {
-                           procamp_case const &c = std::get<1>(info.param);
-                           std::ostringstream name;
-                           name << "w" << std::get<0>(info.param) << "_pad" << c.stride_pad << "_off" << c.dst_offset;
-                           return name.str();
-                         });
+                         ::testing::ValuesIn(harness::geometries({1, 3}, {1, 2, 3, 4, 5, 6, 7, 8, 9, 15, 16, 17, 31, 33, 64, 721})),
+                         [](auto const &info) { return harness::name_of(harness::layout::ycbcr_422, info.param); });
 
 std::vector<float> fields(stats const &s) {
   return {s.y_mean, s.cb_mean, s.cr_mean, s.y_variance, s.cb_variance, s.cr_variance};
@@ -124,14 +99,14 @@ class statistics_test : public ::testing::TestWithParam<std::tuple<int, int, int
 TEST_P(statistics_test, agree_with_double_precision_and_repeat_bit_for_bit) {
   auto const [w, h, pad] = GetParam();
   std::mt19937 rng(std::uint32_t(w * 100 + h * 10 + pad));
-  picture p(w, h, (w + 1) / 2 * 4 + pad, pad);
-  p.fill(rng);
+  picture const p({w, h, pad, pad, false});
+  p.randomize(rng);
   double sum[3] = {}, square[3] = {};
   for (int pass = 0; pass < 2; ++pass)
     for (int y = 0; y < h; ++y)
       for (int x = 0; x < (w + 1) / 2 * 4; ++x) {
         int const c = x % 2 ? 0 : x % 4 / 2 + 1, weight = c ? 2 : 1;  // luma, Cb, Cr
-        double const v = p.data()[y * p.stride + x] / 255.0, mean = sum[c] / (w * h);
+        double const v = p.planes[0].line(y)[x] / 255.0, mean = sum[c] / (w * h);
         (pass ? square[c] : sum[c]) += (pass ? (v - mean) * (v - mean) : v) * weight;
       }
   std::vector<float> const got = fields(stats(p.bitmap()));
@@ -139,8 +114,8 @@ TEST_P(statistics_test, agree_with_double_precision_and_repeat_bit_for_bit) {
     double const want = (i < 3 ? sum[i] : square[i - 3]) / (w * h);
     EXPECT_NEAR(got[std::size_t(i)], want, 1e-4 * want + 1e-7) << "field " << i;
   }
-  picture copy(w, h, p.stride + 12, 5);
-  for (int y = 0; y < h; ++y) std::memcpy(copy.data() + y * copy.stride, p.data() + y * p.stride, std::size_t(p.stride - pad));
+  picture const copy({w, h, pad + 12, 5, false});
+  for (int y = 0; y < h; ++y) std::memcpy(copy.planes[0].line(y), p.planes[0].line(y), std::size_t((w + 1) / 2 * 4));
   EXPECT_EQ(got, fields(stats(copy.bitmap())));
   EXPECT_EQ(got, fields(stats(stats(p.bitmap()))));
 }
@@ -157,14 +132,13 @@ TEST(statistics_test, empty_pictures_give_nan) {
 // The search with `flag` both ways, on fresh memory of different contents:
 // bit-identical settings, every scratch picture given back; `made` is how
 // many were allocated.
-std::vector<float> settings_of(picture &p, picture &reference, int made) {
+std::vector<float> settings_of(picture const &p, picture const &reference, int made) {
   std::vector<float> result[2];
   for (bool flag : {false, true}) {
     alloc_count::made = alloc_count::freed = 0;
     alloc_count::garbage = flag ? 0xFF : 0;
     color_matching const m(p.bitmap(), reference.bitmap(), flag);
-    EXPECT_EQ(alloc_count::made, made);
-    EXPECT_EQ(alloc_count::freed, made);
+    EXPECT_TRUE(alloc_count::made == made && alloc_count::freed == made) << alloc_count::made << " " << alloc_count::freed;
     result[flag] = {m.brightness(), m.contrast(), m.saturation(), m.u_offset(), m.v_offset()};
   }
   EXPECT_EQ(0, std::memcmp(result[0].data(), result[1].data(), 5 * sizeof(float))) << "flag or garbage changed it";
@@ -177,31 +151,25 @@ std::vector<float> settings_of(picture &p, picture &reference, int made) {
 // picture, corrected by the settings, measures like the reference; with a
 // luma gain of 2 the brightness still swings after 20 passes.
 TEST(color_matching_test, moderate_gains_settle_and_a_gain_of_two_does_not) {
-  struct pair_case {
-    float gain, chroma_gain, shift;
-    int made;
-    bool settles;
-  } const cases[] = {{1, 1, 0, 0, true}, {1.15f, 1.1f, -20, 1, true}, {2, 1.1f, -20, 1, false}};
-  for (pair_case const &c : cases) {
+  struct { float gain, chroma_gain, shift; int made; bool settles; } const cases[] = {{1, 1, 0, 0, true}, {1.15f, 1.1f, -20, 1, true}, {2, 1.1f, -20, 1, false}};
+  for (auto const &c : cases) {
     std::mt19937 rng(11), same(11);
-    picture p(63, 32, 128), reference(63, 32, 128);
+    picture const p({63, 32, 0, 0, false}), reference = p;
     p.fill(rng, [](int ch, int r) { return ch % 2 ? 60 + r % 60 : 80 + r % 96; });
     reference.fill(same, [&](int ch, int r) {
       return int(ch % 2 ? std::lround(c.gain * float(r % 60) + 60 + c.shift)
                         : std::lround(c.chroma_gain * float(r % 96 - 48)) + 128 + (c.shift < 0 ? ch * 6 - 8 : 0));
     });
     std::vector<float> const s = settings_of(p, reference, c.made);
-    picture out = p;
-    procamp_model::apply({s[0], s[1], s[2], s[3], s[4]}, p.data(), p.stride, p.width, p.height, out.data(), out.stride);
+    picture const out = p;
+    procamp_model::apply({s[0], s[1], s[2], s[3], s[4]}, p.data(), p.stride(), 63, 32, out.data(), out.stride());
     std::vector<float> const got = fields(stats(out.bitmap())), want = fields(stats(reference.bitmap()));
     float off = 0;
     for (int i = 0; i < 6; ++i) off = std::max(off, std::fabs(got[std::size_t(i)] - want[std::size_t(i)]));
     EXPECT_EQ(off < 0.004f, c.settles) << "gain " << c.gain << ": statistics off by " << off;
     EXPECT_NEAR(s[1], c.gain, 0.03f);
     EXPECT_NEAR(s[2], c.chroma_gain, 0.01f);
-    if (c.made == 0) {
-      EXPECT_EQ(s, (std::vector<float>{0, 1, 1, 0, 0}));
-    }
+    EXPECT_TRUE(c.made != 0 || s == (std::vector<float>{0, 1, 1, 0, 0}));
   }
 }
 
@@ -210,18 +178,18 @@ TEST(color_matching_test, moderate_gains_settle_and_a_gain_of_two_does_not) {
 // 0 / 0); an empty picture gives NaN statistics and makes no scratch picture.
 // Each case lists which settings end non-finite.
 TEST(color_matching_test, flat_and_empty_pictures_give_non_finite_settings) {
-  struct degenerate {
-    int flat_channels;  // bit c: channel c of the picture is flat; bit 4 + c: of the reference
-    int width, made, non_finite;  // bit i: setting i (brightness, ..., v_offset)
-  } const cases[] = {{0b0101, 16, 1, 0b11100}, {0b1010, 16, 1, 0b00011}, {0b1010 << 4, 16, 1, 0b00011}, {0, 0, 0, 0b11111}};
-  for (degenerate const &d : cases) {
+  // flat: bit c for channel c of the picture, bit 4 + c of the reference;
+  // non_finite: bit i for setting i (brightness, ..., v_offset).
+  struct { int flat_channels, width, made, non_finite; } const cases[] = {{0b0101, 16, 1, 0b11100}, {0b1010, 16, 1, 0b00011}, {0b1010 << 4, 16, 1, 0b00011}, {0, 0, 0, 0b11111}};
+  for (auto const &d : cases) {
     std::mt19937 rng(3);
-    picture p(d.width, 8, 32), reference(d.width, 8, 32);
+    picture const p({d.width, 8, 32 - (d.width + 1) / 2 * 4, 1, false}), reference = p;
     p.fill(rng, [&](int c, int r) { return d.flat_channels >> c & 1 ? (c % 2 ? 0 : 128) : r; });
     reference.fill(rng, [&](int c, int r) { return d.flat_channels >> (4 + c) & 1 ? 0 : r; });
     std::vector<float> const s = settings_of(p, reference, d.made);
-    for (int i = 0; i < 5; ++i)
-      EXPECT_EQ(!std::isfinite(s[std::size_t(i)]), bool(d.non_finite >> i & 1)) << "setting " << i << " flat " << d.flat_channels;
+    int non_finite = 0;
+    for (int i = 0; i < 5; ++i) non_finite |= !std::isfinite(s[std::size_t(i)]) << i;
+    EXPECT_EQ(non_finite, d.non_finite) << "flat " << d.flat_channels;
   }
 }
 

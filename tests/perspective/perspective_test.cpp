@@ -1,6 +1,5 @@
-// The perspective estimator: its sums under every way of adding, copying and
-// casting, the pivot rule of the solve, and agreement with a least-squares
-// solution computed independently in double precision.
+// The perspective estimator: its sums under adding, copying and casting, the
+// pivot rule of the solve, and a least-squares solution in double precision.
 #include <sight/operator/detail/ldlt_solve.h>
 #include <sight/perspective/perspective.h>
 
@@ -43,28 +42,6 @@ std::vector<pair> random_pairs(std::mt19937 &rng, int n, float noise) {
   return pairs;
 }
 
-TEST(perspective_test, sums_start_at_zero_copies_are_independent_and_casts_leave_the_sums_alone) {
-  float const zero[72] = {};
-  glm::mat3 corner(0.0f);
-  corner[2][2] = 1.0f;
-  std::mt19937 rng(11);
-  auto const first = random_pairs(rng, 10, 0.02f), second = random_pairs(rng, 10, 0.02f);
-  S::perspective carried, all;
-  EXPECT_TRUE(same_bytes(carried, zero));
-  EXPECT_EQ(glm::mat3(carried), corner);
-  for (pair const &q : first) carried += q, all += q;
-  S::perspective copied(carried), assigned;
-  assigned = carried;
-  glm::mat3 const m1 = carried;
-  EXPECT_TRUE(same_bytes(carried, all) && same_bytes(m1, glm::mat3(carried)));
-  for (pair const &q : second) carried += q, all += q;
-  EXPECT_TRUE(same_bytes(glm::mat3(carried), glm::mat3(all)));
-  assigned.reset();
-  EXPECT_TRUE(same_bytes(assigned, zero));
-  EXPECT_EQ(glm::mat3(assigned), corner);
-  EXPECT_TRUE(same_bytes(glm::mat3(copied), m1));
-}
-
 // Each set is fed with += and with other weights. Four pairs in general
 // position, too few pairs and repeated or collinear pairs on one transform
 // have exact solutions, and the cast must give one: u·z = x' and v·z = y'
@@ -74,8 +51,7 @@ TEST(perspective_test, any_set_casts_to_a_finite_matrix_that_solves_the_exact_on
   glm::vec2 const s[4] = {{-1, -1}, {1.5f, -0.5f}, {0.8f, 1.2f}, {-0.7f, 0.9f}};
   std::vector<std::vector<pair>> const sets = {
       {{s[0], apply(warp, s[0])}, {s[1], apply(warp, s[1])}, {s[2], apply(warp, s[2])}, {s[3], apply(warp, s[3])}},
-      {{{2, 3}, {4, 5}}},
-      {{{0, 0}, {1, 1}}, {{1, 0}, {2, 1}}, {{0, 1}, {1, 3}}},
+      {{{2, 3}, {4, 5}}},  {{{0, 0}, {1, 1}}, {{1, 0}, {2, 1}}, {{0, 1}, {1, 3}}},
       std::vector<pair>(6, {{0.5f, -0.25f}, {7, 9}}),
       {{{0, 0}, {0, 0}}, {{1, 1}, {2, 2}}, {{2, 2}, {4, 4}}, {{3, 3}, {6, 6}}, {{-4, -4}, {-8, -8}}},
       {{{0, 1}, {5, 1}}, {{1, 1}, {4, 2}}, {{2, 1}, {3, 0}}, {{3, 1}, {1, 7}}, {{900, 1}, {-3, 2}}},
@@ -87,35 +63,47 @@ TEST(perspective_test, any_set_casts_to_a_finite_matrix_that_solves_the_exact_on
         if (weights == glm::vec4(1)) p += sets[k][i]; else p.add(weights[i % 4], sets[k][i]);
       glm::mat3 const m = p;
       std::string const where = "set " + std::to_string(k) + ", weight " + std::to_string(weights.y);
-      EXPECT_EQ(m[2][2], 1.0f) << where;
-      for (int i = 0; i < 9; ++i) EXPECT_TRUE(std::isfinite(m[i / 3][i % 3])) << where << ", entry " << i;
-      for (pair const &q : sets[k]) {
+      for (int i = 0; i < 9; ++i) EXPECT_TRUE(std::isfinite(m[i / 3][i % 3]) && m[2][2] == 1.0f) << where << ", entry " << i;
+      for (std::size_t i = 0; k + 1 < sets.size() && i < sets[k].size(); ++i) {
+        pair const &q = sets[k][i];
         glm::vec3 const r = m * glm::vec3(q.first, 1.0f);
-        if (k + 1 == sets.size()) break;
-        EXPECT_NEAR(q.second.x * r.z, r.x, 1e-4f) << where << ", source " << q.first.x << " " << q.first.y;
-        EXPECT_NEAR(q.second.y * r.z, r.y, 1e-4f) << where << ", source " << q.first.x << " " << q.first.y;
+        EXPECT_TRUE(std::abs(q.second.x * r.z - r.x) <= 1e-4f && std::abs(q.second.y * r.z - r.y) <= 1e-4f) << where << ", pair " << i;
       }
     }
 }
 
-TEST(perspective_test, weights_scale_a_pairs_share_and_only_the_lower_triangle_is_written) {
+// The sums start at zero (the cast then gives the corner matrix), add with
+// += as with weight 1, with weight 2 as twice, not at all with weight 0, and
+// back out with weight -1, writing the lower triangle only. Casts leave the
+// sums alone; copies and assignments go their own ways; reset zeroes them.
+TEST(perspective_test, sums_weights_copies_and_casts) {
+  float const zero[72] = {};
+  glm::mat3 corner(0.0f);
+  corner[2][2] = 1.0f;
   std::mt19937 rng(7);
   auto const pairs = random_pairs(rng, 20, 0.05f);
-  S::perspective plain, unit, twice, doubled;
-  for (pair const &q : pairs) plain += q, unit.add(1.0f, q), twice += q, twice += q, doubled.add(2.0f, q);
-  EXPECT_TRUE(same_bytes(plain, unit));
+  S::perspective plain, unit, twice, doubled, copied, assigned;
+  EXPECT_TRUE(same_bytes(plain, zero) && glm::mat3(plain) == corner);
+  glm::mat3 half;
+  for (int i = 0; i < 20; ++i) {
+    pair const &q = pairs[std::size_t(i)];
+    plain += q, unit.add(1.0f, q), twice += q, twice += q, doubled.add(2.0f, q);
+    if (i == 9) half = plain, copied = S::perspective(plain), assigned = plain;
+  }
+  EXPECT_TRUE(same_bytes(plain, unit) && same_bytes(glm::mat3(copied), half) && same_bytes(glm::mat3(assigned), half));
+  assigned.reset();
+  EXPECT_TRUE(same_bytes(assigned, zero) && glm::mat3(assigned) == corner);
   S::perspective const before = plain;
   plain.add(0.0f, pairs[3]);
   S::perspective taken = before;
   taken.add(-1.0f, pairs[5]);
   taken += pairs[5];
+  auto const near = [](float a, float b) { return std::abs(a - b) <= 1e-5f * (1.0f + std::abs(b)); };
   for (int i = 0; i < 72; ++i) {
-    float const b = sum(before, i), t = sum(twice, i);
-    EXPECT_EQ(sum(plain, i), b) << "weight 0, element " << i;
-    EXPECT_NEAR(sum(doubled, i), t, 1e-5f * (1.0f + std::abs(t))) << "weight 2, element " << i;
-    EXPECT_NEAR(sum(taken, i), b, 1e-5f * (1.0f + std::abs(b))) << "weight -1, element " << i;
-    bool const upper = i < 64 && i / 8 > i % 8;
-    EXPECT_TRUE(!upper || (sum(doubled, i) == 0.0f && sum(taken, i) == 0.0f)) << "upper element " << i;
+    float const b = sum(before, i), d = sum(doubled, i), t = sum(taken, i);
+    bool const upper = i < 64 && i / 8 > i % 8;  // never written
+    EXPECT_TRUE(sum(plain, i) == b && near(d, sum(twice, i)) && near(t, b) && (!upper || (d == 0.0f && t == 0.0f)))
+        << "element " << i << ": weight 0 " << sum(plain, i) << ", 2 " << d << ", -1 " << t << ", before " << b;
   }
 }
 
@@ -142,15 +130,14 @@ TEST(perspective_test, random_sets_match_a_double_precision_solution) {
     for (unsigned seed = 1; seed <= 4; ++seed) {
       std::mt19937 rng(seed);
       auto const pairs = random_pairs(rng, n, 0.01f);
-      std::uniform_real_distribution<float> weight(0.5f, 2.0f);
       S::perspective p;
       Eigen::MatrixXd a(2 * n, 8);
       Eigen::VectorXd b(2 * n);
       for (int i = 0; i < n; ++i) {
-        float const w = weight(rng);
+        float const w = std::uniform_real_distribution<float>(0.5f, 2.0f)(rng);
         p.add(w, pairs[i]);
-        double const x = pairs[i].first.x, y = pairs[i].first.y, u = pairs[i].second.x, v = pairs[i].second.y;
-        double const s = std::sqrt(double(w));
+        double const x = pairs[i].first.x, y = pairs[i].first.y, u = pairs[i].second.x, v = pairs[i].second.y,
+                     s = std::sqrt(double(w));
         a.row(2 * i) << s * x, s * y, s, 0, 0, 0, -s * u * x, -s * u * y;
         a.row(2 * i + 1) << 0, 0, 0, s * x, s * y, s, -s * v * x, -s * v * y;
         b.segment<2>(2 * i) << s * u, s * v;
