@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <string>
 
+#include <unistd.h>  // getpid
+
 namespace Tamarind::Rasters::io {
 namespace {
 
@@ -83,12 +85,17 @@ bool write_bitmap(wchar_t const *path, B const &b, int channels) {
     return false;
   std::string const name = to_utf8(path);
   if (!has_png_extension(name)) return false;
-  std::FILE *file = std::fopen(name.c_str(), "wb");
+  // The picture goes to a file of this process beside the target and is
+  // renamed over it when whole, so that a reader (a host watching a debug
+  // picture that is rewritten every frame) never finds it half written.
+  std::string const part = name + "." + std::to_string(getpid()) + ".part";
+  std::FILE *file = std::fopen(part.c_str(), "wb");
   if (file == nullptr) return false;
   bool ok = write_png(file, reinterpret_cast<std::uint8_t const *>(b.data),
                       b.width, b.height, b.stride, channels);
   ok = std::fclose(file) == 0 && ok;
-  if (!ok) std::remove(name.c_str());
+  ok = ok && std::rename(part.c_str(), name.c_str()) == 0;
+  if (!ok) std::remove(part.c_str());
   return ok;
 }
 
