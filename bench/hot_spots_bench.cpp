@@ -194,8 +194,9 @@ int count_opencv(cv::Mat const &m, cv::Scalar const &key, cv::Mat const &weights
   return cv::countNonZero(mask);
 }
 
+// threads = 1 runs OpenCV on one thread, threads = 0 with its own default.
 void bm_opencv_spots(benchmark::State &state, layout l) {
-  cv::setNumThreads(1);
+  cv::setNumThreads(state.range(0) != 0 ? 1 : -1);
   frames const &f = the_frames();
   S::hot_spots op = make_spots(false);
   S::detail::hot_spots_kernels::setup(op);
@@ -277,6 +278,9 @@ void register_all() {
 #ifdef SIGHT_HAVE_OPENCV
     benchmark::RegisterBenchmark(("BM_opencv_spots_" + suffix).c_str(),
                                  [l](benchmark::State &s) { bm_opencv_spots(s, l); })
+        ->ArgName("threads")
+        ->Arg(1)
+        ->Arg(0)
         ->Unit(benchmark::kMicrosecond);
 #endif
     benchmark::RegisterBenchmark(("BM_hot_spots_whole_" + suffix).c_str(),

@@ -222,10 +222,10 @@ void BM_object_tracking(benchmark::State &state, int pad = 0, bool speckle = fal
 // The same job the usual OpenCV way, on one thread: chroma of every sample,
 // a soft key from the city-block chroma distance, 8 by 8 cell sums by an
 // area resize, labelling of the non-empty cells and the moments of the
-// largest region.
+// largest region. With own_threads, OpenCV runs with its default threads.
 template <layout L>
-void BM_opencv(benchmark::State &state, bool speckle = false) {
-  cv::setNumThreads(1);
+void BM_opencv(benchmark::State &state, bool speckle = false, bool own_threads = false) {
+  cv::setNumThreads(own_threads ? -1 : 1);
   frame f(L, true, 0, speckle);
   int const sw = L == bgra || L == ycbcra ? W : W / 2, sh = L == y_cbcr || L == planar ? H / 2 : H;
   auto mat = [&](int n, int type, int cols, int rows) {
@@ -294,16 +294,16 @@ SIGHT_BENCH_LAYOUT(y_cbcr, y_cbcr)
 SIGHT_BENCH_LAYOUT(planar, planar)
 
 #ifdef SIGHT_HAVE_OPENCV
-void BM_opencv_bgra(benchmark::State &s) { BM_opencv<bgra>(s); }
-void BM_opencv_ycbcra(benchmark::State &s) { BM_opencv<ycbcra>(s); }
-void BM_opencv_422(benchmark::State &s) { BM_opencv<s422>(s); }
-void BM_opencv_y_cbcr(benchmark::State &s) { BM_opencv<y_cbcr>(s); }
-void BM_opencv_planar(benchmark::State &s) { BM_opencv<planar>(s); }
-BENCHMARK(BM_opencv_bgra)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_opencv_ycbcra)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_opencv_422)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_opencv_y_cbcr)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_opencv_planar)->Unit(benchmark::kMillisecond);
+void BM_opencv_bgra(benchmark::State &s) { BM_opencv<bgra>(s, false, s.range(0) == 0); }
+void BM_opencv_ycbcra(benchmark::State &s) { BM_opencv<ycbcra>(s, false, s.range(0) == 0); }
+void BM_opencv_422(benchmark::State &s) { BM_opencv<s422>(s, false, s.range(0) == 0); }
+void BM_opencv_y_cbcr(benchmark::State &s) { BM_opencv<y_cbcr>(s, false, s.range(0) == 0); }
+void BM_opencv_planar(benchmark::State &s) { BM_opencv<planar>(s, false, s.range(0) == 0); }
+BENCHMARK(BM_opencv_bgra)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_opencv_ycbcra)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_opencv_422)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_opencv_y_cbcr)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_opencv_planar)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
 #endif
 
 // Line strides of 1920 * 4, 1920 * 4 + 64 and 2048 * 4 bytes, both members,

@@ -41,12 +41,15 @@ ROWS = []
 for label, name, _ in LAYOUTS:
     ROWS += rows_of("object_tracking", "Colour-key tracker",
                     (f"{label}, moment pass", f"BM_generate_moments_{name}/preview:0/aligned:1",
-                     f"BM_read_pass_{name}/aligned:1", f"BM_opencv_{name}", None, []),
+                     f"BM_read_pass_{name}/aligned:1", f"BM_opencv_{name}/threads:1",
+                     f"BM_opencv_{name}/threads:0", []),
                     (f"{label}, whole call", f"BM_object_tracking_{name}/preview:0/aligned:1",
-                     f"BM_read_pass_{name}/aligned:1", f"BM_opencv_{name}", None, TRACKER_GOALS.get(name, [])))
+                     f"BM_read_pass_{name}/aligned:1", f"BM_opencv_{name}/threads:1",
+                     f"BM_opencv_{name}/threads:0", TRACKER_GOALS.get(name, [])))
 for label, _, name in LAYOUTS:
     ROWS += rows_of("hot_spots", "Hot spots",
-                    (f"{label}, eight default spots", f"BM_hot_spots_{name}", None, f"BM_opencv_spots_{name}", None,
+                    (f"{label}, eight default spots", f"BM_hot_spots_{name}", None, f"BM_opencv_spots_{name}/threads:1",
+                     f"BM_opencv_spots_{name}/threads:0",
                      [("peer", 2)]),
                     (f"{label}, eight whole-frame spots", f"BM_hot_spots_whole_{name}", f"BM_read_pass_{name}", None,
                      None, [("floor", 6)]))
