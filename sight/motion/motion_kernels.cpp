@@ -3,7 +3,7 @@
 #include <sight/motion/motion_kernels.h>
 #include <sight/frame/simd_kernels.h>
 
-#include <smmintrin.h>  // _mm_mullo_epi32, _mm_cvtepu8_epi32, _mm_insert_ps
+#include <smmintrin.h>  // _mm_mullo_epi32, _mm_cvtepu8_epi32, _mm_blend_epi16
 
 #include <cassert>
 #include <cstddef>
@@ -18,7 +18,7 @@ namespace {
 using simd::load;
 
 // The fifteen chains, lane by lane (h as in normal_sums):
-//   top: h0 h1 h2 h3 (ja·ja ja·jb ja·gx ja·gy)   mid: E h4 h5 h9
+//   top: h0 h1 h2 h3 (ja·ja ja·jb ja·gx ja·gy)   mid: 2E h4 h5 h9
 //   low: h6 h7 h8 (unused)                         g:   g0 g1 g2 g3
 struct chains {
   __m128 top = _mm_setzero_ps(), mid = _mm_setzero_ps(), low = _mm_setzero_ps(),
@@ -31,32 +31,42 @@ inline __m128i pick(__m128i v) {
 }
 
 // One pixel: j is its (ja, jb, gx, gy), e4 holds e of its group of four
-// (it is lane K), energy its (e·0.5)·e. The products wrap in 32 bits
-// (pmulld keeps the low half), as the sums require.
+// (it is lane K). The products wrap in 32 bits (pmulld keeps the low half),
+// as the sums require.
+//
+// The energy chain adds e·e where the loop adds (e·0.5)·e, and is halved at
+// the end. Both are the same bits: every term and partial sum is a multiple
+// of 0.5 far from the float range's ends, and halving every operand of a
+// rounded addition halves its result exactly.
 template <int K>
-inline void add_pixel(chains &c, __m128i j, __m128i e4, float const *energy) {
+inline void add_pixel(chains &c, __m128i j, __m128i e4) {
+  __m128i const e = pick<K, K, K, K>(e4);
+  // (e, jb, gx, gy): lane 0 of mid gives e·e.
+  __m128i const je = _mm_blend_epi16(j, e, 0x03);
   __m128i const top = _mm_mullo_epi32(pick<0, 0, 0, 0>(j), j);
-  __m128i const mid = _mm_mullo_epi32(pick<1, 1, 1, 3>(j), j);
+  __m128i const mid = _mm_mullo_epi32(pick<0, 1, 1, 3>(je), je);
   __m128i const low = _mm_mullo_epi32(pick<1, 2, 2, 2>(j), pick<3, 2, 3, 3>(j));
-  __m128i const g = _mm_mullo_epi32(pick<K, K, K, K>(e4), j);
+  __m128i const g = _mm_mullo_epi32(e, j);
   c.top = _mm_add_ps(c.top, _mm_cvtepi32_ps(top));
-  // Lane 0 of mid is a second ja·jb; the energy takes its place.
-  c.mid = _mm_add_ps(c.mid, _mm_insert_ps(_mm_cvtepi32_ps(mid), _mm_load_ss(energy), 0x00));
+  c.mid = _mm_add_ps(c.mid, _mm_cvtepi32_ps(mid));
   c.low = _mm_add_ps(c.low, _mm_cvtepi32_ps(low));
   c.g = _mm_add_ps(c.g, _mm_cvtepi32_ps(g));
+  // Ends the pixel here: left free, the compiler gathers each chain's
+  // additions of a whole block together, and the products it then has to
+  // hold spill to the stack, which costs more than the additions.
+  asm volatile("" : "+x"(c.top), "+x"(c.mid), "+x"(c.low), "+x"(c.g));
 }
 
 // The terms of up to 16 pixels, from the first pass over a block to the
-// second: (ja, jb, gx, gy) of each pixel, e by groups of four, the energies.
+// second: (ja, jb, gx, gy) of each pixel and e by groups of four.
 struct block_terms {
   __m128i j[16];
   __m128i e[4];
-  alignas(16) float energy[16];
 };
 
 template <int... I>
 inline void add_pixels(chains &c, block_terms const &t, std::integer_sequence<int, I...>) {
-  (add_pixel<I % 4>(c, t.j[I], t.e[I / 4], t.energy + I), ...);
+  (add_pixel<I % 4>(c, t.j[I], t.e[I / 4]), ...);
 }
 
 // Everything a line needs that does not change along it.
@@ -68,6 +78,24 @@ struct line_constants {
   std::uint8_t const *second;
   std::ptrdiff_t second_stride;
 };
+
+// The second picture at the four places (ixs, iys), already clamped into
+// it. Four neighbours on one line (the usual case of a warp near the
+// identity) are one 4-byte read; anything else is read place by place.
+inline __m128i sample(line_constants const &k, __m128i ixs, __m128i iys) {
+  __m128i const run = _mm_add_epi32(_mm_shuffle_epi32(ixs, 0), _mm_setr_epi32(0, 1, 2, 3));
+  __m128i const along = _mm_and_si128(_mm_cmpeq_epi32(ixs, run), _mm_cmpeq_epi32(iys, _mm_shuffle_epi32(iys, 0)));
+  if (_mm_movemask_epi8(along) == 0xFFFF) {
+    std::uint32_t word;
+    std::memcpy(&word, k.second + std::ptrdiff_t(_mm_cvtsi128_si32(iys)) * k.second_stride + _mm_cvtsi128_si32(ixs), 4);
+    return _mm_cvtepu8_epi32(_mm_cvtsi32_si128(std::int32_t(word)));
+  }
+  alignas(16) std::int32_t ix[4], iy[4];
+  _mm_store_si128(reinterpret_cast<__m128i *>(ix), ixs);
+  _mm_store_si128(reinterpret_cast<__m128i *>(iy), iys);
+  auto at = [&](int i) { return std::int32_t(k.second[std::ptrdiff_t(iy[i]) * k.second_stride + ix[i]]); };
+  return _mm_setr_epi32(at(0), at(1), at(2), at(3));
+}
 
 // Up to 16 pixels from column x on: cur holds first(x..x+15, y), right
 // first(x+1..x+16, y), below first(x..x+15, y+1); only the first n pixels
@@ -96,24 +124,15 @@ inline void run_block(chains &c, line_constants const &k, int x, int n, __m128i 
     __m128 const xf = _mm_cvtepi32_ps(xs);
     __m128 const px = _mm_add_ps(_mm_sub_ps(_mm_mul_ps(xf, k.a), k.yb), k.tx);
     __m128 const py = _mm_add_ps(_mm_add_ps(_mm_mul_ps(xf, k.b), k.ya), k.ty);
-    alignas(16) std::int32_t ix[4], iy[4];
-    _mm_store_si128(reinterpret_cast<__m128i *>(ix),
-                    _mm_cvttps_epi32(_mm_min_ps(_mm_max_ps(px, _mm_setzero_ps()), k.max_x)));
-    _mm_store_si128(reinterpret_cast<__m128i *>(iy),
-                    _mm_cvttps_epi32(_mm_min_ps(_mm_max_ps(py, _mm_setzero_ps()), k.max_y)));
-    auto sample = [&](int i) {
-      return std::int32_t(k.second[std::ptrdiff_t(iy[i]) * k.second_stride + ix[i]]);
-    };
-    __m128i const e = _mm_sub_epi32(_mm_setr_epi32(sample(0), sample(1), sample(2), sample(3)), p0);
+    __m128i const ixs = _mm_cvttps_epi32(_mm_min_ps(_mm_max_ps(px, _mm_setzero_ps()), k.max_x));
+    __m128i const iys = _mm_cvttps_epi32(_mm_min_ps(_mm_max_ps(py, _mm_setzero_ps()), k.max_y));
+    __m128i const e = _mm_sub_epi32(sample(k, ixs, iys), p0);
 
     // Debug pixels: v = min(|e|·4, 255) in B, G and R, 255 in A.
     __m128i const v = _mm_min_epi32(_mm_slli_epi32(_mm_abs_epi32(e), 2), _mm_set1_epi32(255));
+    __m128i const grey = _mm_shuffle_epi8(v, _mm_setr_epi8(0, 0, 0, -1, 4, 4, 4, -1, 8, 8, 8, -1, 12, 12, 12, -1));
     _mm_store_si128(reinterpret_cast<__m128i *>(out + 16 * q),
-                    _mm_or_si128(_mm_mullo_epi32(v, _mm_set1_epi32(0x010101)),
-                                 _mm_set1_epi32(std::int32_t(0xFF000000u))));
-
-    __m128 const ef = _mm_cvtepi32_ps(e);
-    __m128 const energy = _mm_mul_ps(_mm_mul_ps(ef, _mm_set1_ps(0.5f)), ef);
+                    _mm_or_si128(grey, _mm_set1_epi32(std::int32_t(0xFF000000u))));
 
     // (ja, jb, gx, gy) of each pixel, a 4x4 transpose.
     __m128i const lo_ab = _mm_unpacklo_epi32(ja, jb), lo_xy = _mm_unpacklo_epi32(gx, gy);
@@ -123,21 +142,20 @@ inline void run_block(chains &c, line_constants const &k, int x, int n, __m128i 
     t.j[4 * q + 2] = _mm_unpacklo_epi64(hi_ab, hi_xy);
     t.j[4 * q + 3] = _mm_unpackhi_epi64(hi_ab, hi_xy);
     t.e[q] = e;
-    _mm_store_ps(t.energy + 4 * q, energy);
   }
   // The chains in pixel order, apart from the pass above and on a local
-  // copy, so that the four sums stay in registers: the latency of their
-  // additions is what bounds the pass.
+  // copy, so that the four sums stay in registers. The pass is bound by the
+  // number of instructions, not by the latency of the additions.
   chains l = c;
   if constexpr (Whole) {
     add_pixels(l, t, std::make_integer_sequence<int, 16>{});
   } else {
     for (int i = 0; i < n; ++i) {
       switch (i % 4) {
-        case 0: add_pixel<0>(l, t.j[i], t.e[i / 4], t.energy + i); break;
-        case 1: add_pixel<1>(l, t.j[i], t.e[i / 4], t.energy + i); break;
-        case 2: add_pixel<2>(l, t.j[i], t.e[i / 4], t.energy + i); break;
-        default: add_pixel<3>(l, t.j[i], t.e[i / 4], t.energy + i); break;
+        case 0: add_pixel<0>(l, t.j[i], t.e[i / 4]); break;
+        case 1: add_pixel<1>(l, t.j[i], t.e[i / 4]); break;
+        case 2: add_pixel<2>(l, t.j[i], t.e[i / 4]); break;
+        default: add_pixel<3>(l, t.j[i], t.e[i / 4]); break;
       }
     }
   }
@@ -193,7 +211,7 @@ normal_sums accumulate(y_bitmap const &first, y_bitmap const &second, similarity
   _mm_store_ps(g, c.g);
   return {{top[0], top[1], top[2], top[3], mid[1], mid[2], low[0], low[1], low[2], mid[3]},
           {g[0], g[1], g[2], g[3]},
-          mid[0]};
+          mid[0] * 0.5f};
 }
 
 template normal_sums accumulate<true>(y_bitmap const &, y_bitmap const &, similarity const &,
