@@ -1,7 +1,10 @@
-// The tracker's moment kernels at 1920 by 1080, per layout, with and without
-// preview, aligned and unaligned, beside: a plain SSE read pass over the same
-// bytes (the floor), the scalar model, the same job done with OpenCV on one
-// thread, and the whole tracker call. The frame stays in cache between runs.
+// The tracker's moment kernels per layout, with and without preview, aligned
+// and unaligned, beside: a plain SSE read pass over the same bytes (the
+// floor), the scalar model, the same job done with OpenCV (on one thread and
+// with its own threads), and the whole tracker call. The per-pixel cases run
+// at 1920 by 1080 and 3840 by 2160 (argument w, height 9/16 of it); the
+// model, the stride and speckle cases and the fill stages at 1920 by 1080
+// only. Every iteration works on the same frame.
 #include <sight/object_tracking/moments_kernels.h>
 #include <sight/object_tracking/object_tracking.h>
 
@@ -14,6 +17,8 @@
 
 #include <cstdint>
 #include <cstring>
+#include <map>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -30,15 +35,16 @@ namespace D = Korvane::Sight::detail;
 namespace mm = moments_model;
 using Korvane::Sight::object_tracking;
 
-constexpr int W = 1920, H = 1080;
 enum layout { bgra, ycbcra, s422, y_cbcr, planar };
+std::vector<std::int64_t> const widths = {1920, 3840};  // the argument w of the per-pixel cases
+constexpr int hd_width = 1920;                          // the cases at one size only
 
-// The default key, and a frame of that layout (the tests' frames; aligned,
-// or four bytes off; `pad` bytes added to every line): a keyed disc in the
-// middle (a quarter of the picture) on a backdrop far from the key, both with
-// noise, so that most cells are empty as in a real scene. With `speckle`, one
-// sample in seven (a pixel, or a pair in 4:2:2) anywhere in the frame is of
-// the key colour instead, which leaves no cell empty.
+// The default key, and a frame of that layout (the tests' frames; W by W *
+// 9 / 16, aligned, or four bytes off; `pad` bytes added to every line): a
+// keyed disc in the middle (a quarter of the picture) on a backdrop far from
+// the key, both with noise, so that most cells are empty as in a real scene.
+// With `speckle`, one sample in seven (a pixel, or a pair in 4:2:2) anywhere
+// in the frame is of the key colour instead, which leaves no cell empty.
 mm::key const key = mm::make_key(0.78431374f, 0.5372549f, 0.46666667f, 0.7f, 0.3f);
 harness::layout const layouts[] = {harness::layout::bgra, harness::layout::ycbcra, harness::layout::ycbcr_422,
                                    harness::layout::y_cbcr, harness::layout::y_cb_cr};
@@ -47,8 +53,9 @@ struct frame : harness::frame {
   layout l;
   int cells_x, cells_y;
 
-  frame(layout l_, bool aligned, int pad = 0, bool speckle = false)
-      : harness::frame(layouts[l_], {W, H, pad, aligned ? 0 : 4, false}), l(l_) {
+  frame(layout l_, int W, bool aligned, int pad, bool speckle)
+      : harness::frame(layouts[l_], {W, W * 9 / 16, pad, aligned ? 0 : 4, false}), l(l_) {
+    int const H = g.height;
     bool const wide = l != bgra && l != ycbcra, tall = l == y_cbcr || l == planar;
     cells_x = W / (wide ? 16 : 8);
     cells_y = H / (tall ? 16 : 8);
@@ -67,18 +74,37 @@ struct frame : harness::frame {
   }
   std::uint8_t *at(int n, int x, int y) const { return planes[std::size_t(n)].line(y) + x; }
   int stride(int n) const { return planes[std::size_t(n)].shape().stride; }
+  // Plane n at its own size (the chroma planes at half width and height).
   template <class T>
-  R::bitmap<T> view(int n, int w, int h) const {
-    return {reinterpret_cast<T *>(at(n, 0, 0)), w, h, stride(n), false};
+  R::bitmap<T> view(int n = 0) const {
+    return harness::frame::view<R::bitmap<T>>(n);
   }
   R::bitmap_422<R::pixel_ycbcr_u8> view_422() const {
-    return {reinterpret_cast<R::pixel_ycbcr_u8 *>(at(0, 0, 0)), W, H, stride(0), false};
+    return harness::frame::view<R::bitmap_422<R::pixel_ycbcr_u8>>();
   }
   // Bytes the kernels read without preview: the chroma of whole cells.
   std::int64_t chroma_bytes() const {
     return std::int64_t(cells_x) * (l == y_cbcr || l == planar ? 16 : 32) * cells_y * 8;
   }
 };
+
+// Painting a frame takes longer than many runs of a case, so each kind of
+// frame is made once, on first use (before the clock runs), and kept for the
+// program's life. Preview paints the key matte into the frame: a case with
+// preview works on a copy of the kept frame, fresh for each run.
+struct kind {
+  layout l;
+  int w;
+  bool aligned;
+  int pad = 0;
+  bool speckle = false;
+  auto operator<=>(kind const &) const = default;
+};
+
+frame const &kept(kind const &k) {
+  static std::map<kind, frame> frames;
+  return frames.try_emplace(k, k.l, k.w, k.aligned, k.pad, k.speckle).first->second;
+}
 
 struct grid {
   std::vector<float> mem;
@@ -93,12 +119,14 @@ struct grid {
   }
 };
 
-// `pad`: bytes added to every line; `speckle`: the frame of one keyed
-// sample in seven.
+// `W`: the frame's width; `pad`: bytes added to every line; `speckle`: the
+// frame of one keyed sample in seven.
 template <layout L>
-void BM_generate_moments(benchmark::State &state, int pad = 0, bool speckle = false) {
+void BM_generate_moments(benchmark::State &state, int W, int pad = 0, bool speckle = false) {
   bool const preview = state.range(0) != 0, aligned = state.range(1) != 0;
-  frame f(L, aligned, pad, speckle);
+  kind const k{L, W, aligned, pad, speckle};
+  std::optional<frame> copy;
+  frame const &f = preview ? copy.emplace(kept(k)) : kept(k);
   grid g(f);
   D::moment_grid const mg = g.moment_grid(f);
   auto pick = [&](auto k00, auto k01, auto k10, auto k11, auto const &...b) {
@@ -109,12 +137,12 @@ void BM_generate_moments(benchmark::State &state, int pad = 0, bool speckle = fa
       case bgra:
         pick(D::generate_moments_bgra<false, false>, D::generate_moments_bgra<false, true>,
              D::generate_moments_bgra<true, false>, D::generate_moments_bgra<true, true>,
-             f.view<R::pixel_bgra_u8>(0, W, H));
+             f.view<R::pixel_bgra_u8>());
         break;
       case ycbcra:
         pick(D::generate_moments_ycbcra<false, false>, D::generate_moments_ycbcra<false, true>,
              D::generate_moments_ycbcra<true, false>, D::generate_moments_ycbcra<true, true>,
-             f.view<R::pixel_ycbcra_u8>(0, W, H));
+             f.view<R::pixel_ycbcra_u8>());
         break;
       case s422:
         pick(D::generate_moments_422<false, false>, D::generate_moments_422<false, true>,
@@ -123,20 +151,17 @@ void BM_generate_moments(benchmark::State &state, int pad = 0, bool speckle = fa
       case y_cbcr:
         pick(D::generate_moments_y_cbcr<false, false>, D::generate_moments_y_cbcr<false, true>,
              D::generate_moments_y_cbcr<true, false>, D::generate_moments_y_cbcr<true, true>,
-             f.view<R::pixel_y_u8>(0, W, H), f.view<R::pixel_cbcr_u8>(1, W / 2, H / 2));
+             f.view<R::pixel_y_u8>(), f.view<R::pixel_cbcr_u8>(1));
         break;
       case planar:
         if (!preview)
-          D::generate_moments_planar(f.view<R::pixel_cb_u8>(1, W / 2, H / 2), f.view<R::pixel_cr_u8>(2, W / 2, H / 2),
-                                     mg);
+          D::generate_moments_planar(f.view<R::pixel_cb_u8>(1), f.view<R::pixel_cr_u8>(2), mg);
         else if (aligned)
-          D::generate_moments_planar_preview<true>(f.view<R::pixel_y_u8>(0, W, H),
-                                                   f.view<R::pixel_cb_u8>(1, W / 2, H / 2),
-                                                   f.view<R::pixel_cr_u8>(2, W / 2, H / 2), mg);
+          D::generate_moments_planar_preview<true>(f.view<R::pixel_y_u8>(), f.view<R::pixel_cb_u8>(1),
+                                                   f.view<R::pixel_cr_u8>(2), mg);
         else
-          D::generate_moments_planar_preview<false>(f.view<R::pixel_y_u8>(0, W, H),
-                                                    f.view<R::pixel_cb_u8>(1, W / 2, H / 2),
-                                                    f.view<R::pixel_cr_u8>(2, W / 2, H / 2), mg);
+          D::generate_moments_planar_preview<false>(f.view<R::pixel_y_u8>(), f.view<R::pixel_cb_u8>(1),
+                                                    f.view<R::pixel_cr_u8>(2), mg);
         break;
     }
     benchmark::DoNotOptimize(g.mem.data());
@@ -149,8 +174,8 @@ void BM_generate_moments(benchmark::State &state, int pad = 0, bool speckle = fa
 // 16-byte vectors and folded so that the loads cannot be dropped. Four
 // independent sums, so that the adds do not hold the loads back.
 template <layout L>
-void BM_read_pass(benchmark::State &state, int pad = 0) {
-  frame f(L, state.range(0) != 0, pad);
+void BM_read_pass(benchmark::State &state, int W, int pad = 0) {
+  frame const &f = kept({L, W, state.range(0) != 0, pad});
   for (auto _ : state) {
     __m128i acc[4] = {};
     for (std::size_t n = (L == y_cbcr || L == planar) ? 1 : 0; n < f.planes.size(); ++n) {
@@ -172,7 +197,8 @@ void BM_read_pass(benchmark::State &state, int pad = 0) {
 // The scalar model of the tests, without preview.
 template <layout L>
 void BM_model(benchmark::State &state) {
-  frame f(L, true);
+  frame const &f = kept({L, hd_width, true});
+  int const W = f.g.width, H = f.g.height;
   grid g(f);
   for (auto _ : state) {
     float *c = g.mem.data();
@@ -196,22 +222,22 @@ void BM_model(benchmark::State &state) {
 
 // The whole tracker call: set-up, moments, extraction and fit.
 template <layout L>
-void BM_object_tracking(benchmark::State &state, int pad = 0, bool speckle = false) {
-  frame f(L, state.range(1) != 0, pad, speckle);
+void BM_object_tracking(benchmark::State &state, int W, int pad = 0, bool speckle = false) {
+  bool const preview = state.range(0) != 0;
+  kind const k{L, W, state.range(1) != 0, pad, speckle};
+  std::optional<frame> copy;
+  frame const &f = preview ? copy.emplace(kept(k)) : kept(k);
   object_tracking t;
   t.enabled() = true;
-  t.preview() = state.range(0) != 0 ? object_tracking::preview_key : object_tracking::preview_none;
+  t.preview() = preview ? object_tracking::preview_key : object_tracking::preview_none;
   Korvane::Sight::object_tracking_info info{};
   for (auto _ : state) {
     switch (L) {
-      case bgra: t(info, f.view<R::pixel_bgra_u8>(0, W, H), 0.f); break;
-      case ycbcra: t(info, f.view<R::pixel_ycbcra_u8>(0, W, H), 0.f); break;
+      case bgra: t(info, f.view<R::pixel_bgra_u8>(), 0.f); break;
+      case ycbcra: t(info, f.view<R::pixel_ycbcra_u8>(), 0.f); break;
       case s422: t(info, f.view_422(), 0.f); break;
-      case y_cbcr: t(info, f.view<R::pixel_y_u8>(0, W, H), f.view<R::pixel_cbcr_u8>(1, W / 2, H / 2), 0.f); break;
-      case planar:
-        t(info, f.view<R::pixel_y_u8>(0, W, H), f.view<R::pixel_cb_u8>(1, W / 2, H / 2),
-          f.view<R::pixel_cr_u8>(2, W / 2, H / 2), 0.f);
-        break;
+      case y_cbcr: t(info, f.view<R::pixel_y_u8>(), f.view<R::pixel_cbcr_u8>(1), 0.f); break;
+      case planar: t(info, f.view<R::pixel_y_u8>(), f.view<R::pixel_cb_u8>(1), f.view<R::pixel_cr_u8>(2), 0.f); break;
     }
     benchmark::DoNotOptimize(info);
   }
@@ -224,9 +250,10 @@ void BM_object_tracking(benchmark::State &state, int pad = 0, bool speckle = fal
 // area resize, labelling of the non-empty cells and the moments of the
 // largest region. With own_threads, OpenCV runs with its default threads.
 template <layout L>
-void BM_opencv(benchmark::State &state, bool speckle = false, bool own_threads = false) {
+void BM_opencv(benchmark::State &state, int W, bool speckle = false, bool own_threads = false) {
   cv::setNumThreads(own_threads ? -1 : 1);
-  frame f(L, true, 0, speckle);
+  frame const &f = kept({L, W, true, 0, speckle});
+  int const H = f.g.height;
   int const sw = L == bgra || L == ycbcra ? W : W / 2, sh = L == y_cbcr || L == planar ? H / 2 : H;
   auto mat = [&](int n, int type, int cols, int rows) {
     return cv::Mat(rows, cols, type, f.at(n, 0, 0), std::size_t(f.stride(n)));
@@ -271,40 +298,42 @@ void BM_opencv(benchmark::State &state, bool speckle = false, bool own_threads =
 }
 #endif
 
+#ifdef SIGHT_HAVE_OPENCV
+#define SIGHT_BENCH_OPENCV(name, L)                                                                              \
+  void BM_opencv_##name(benchmark::State &s) { BM_opencv<L>(s, int(s.range(1)), false, s.range(0) == 0); }       \
+  BENCHMARK(BM_opencv_##name)                                                                                    \
+      ->ArgNames({"threads", "w"})                                                                               \
+      ->ArgsProduct({{1, 0}, widths})                                                                            \
+      ->Unit(benchmark::kMillisecond);
+#else
+#define SIGHT_BENCH_OPENCV(name, L)
+#endif
+
 #define SIGHT_BENCH_LAYOUT(name, L)                                                                              \
-  void BM_generate_moments_##name(benchmark::State &s) { BM_generate_moments<L>(s); }                            \
-  void BM_read_pass_##name(benchmark::State &s) { BM_read_pass<L>(s); }                                          \
+  void BM_generate_moments_##name(benchmark::State &s) { BM_generate_moments<L>(s, int(s.range(2))); }           \
+  void BM_read_pass_##name(benchmark::State &s) { BM_read_pass<L>(s, int(s.range(1))); }                         \
   void BM_model_##name(benchmark::State &s) { BM_model<L>(s); }                                                  \
-  void BM_object_tracking_##name(benchmark::State &s) { BM_object_tracking<L>(s); }                              \
+  void BM_object_tracking_##name(benchmark::State &s) { BM_object_tracking<L>(s, int(s.range(2))); }             \
   BENCHMARK(BM_generate_moments_##name)                                                                          \
-      ->ArgNames({"preview", "aligned"})                                                                         \
-      ->ArgsProduct({{0, 1}, {0, 1}})                                                                            \
+      ->ArgNames({"preview", "aligned", "w"})                                                                    \
+      ->ArgsProduct({{0, 1}, {0, 1}, widths})                                                                    \
       ->Unit(benchmark::kMillisecond);                                                                           \
-  BENCHMARK(BM_read_pass_##name)->ArgNames({"aligned"})->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);          \
+  BENCHMARK(BM_read_pass_##name)                                                                                 \
+      ->ArgNames({"aligned", "w"})                                                                               \
+      ->ArgsProduct({{1, 0}, widths})                                                                            \
+      ->Unit(benchmark::kMillisecond);                                                                           \
   BENCHMARK(BM_model_##name)->Unit(benchmark::kMillisecond);                                                     \
   BENCHMARK(BM_object_tracking_##name)                                                                           \
-      ->ArgNames({"preview", "aligned"})                                                                         \
-      ->ArgsProduct({{0, 1}, {0, 1}})                                                                            \
-      ->Unit(benchmark::kMillisecond);
+      ->ArgNames({"preview", "aligned", "w"})                                                                    \
+      ->ArgsProduct({{0, 1}, {0, 1}, widths})                                                                    \
+      ->Unit(benchmark::kMillisecond);                                                                           \
+  SIGHT_BENCH_OPENCV(name, L)
 
 SIGHT_BENCH_LAYOUT(bgra, bgra)
 SIGHT_BENCH_LAYOUT(ycbcra, ycbcra)
 SIGHT_BENCH_LAYOUT(422, s422)
 SIGHT_BENCH_LAYOUT(y_cbcr, y_cbcr)
 SIGHT_BENCH_LAYOUT(planar, planar)
-
-#ifdef SIGHT_HAVE_OPENCV
-void BM_opencv_bgra(benchmark::State &s) { BM_opencv<bgra>(s, false, s.range(0) == 0); }
-void BM_opencv_ycbcra(benchmark::State &s) { BM_opencv<ycbcra>(s, false, s.range(0) == 0); }
-void BM_opencv_422(benchmark::State &s) { BM_opencv<s422>(s, false, s.range(0) == 0); }
-void BM_opencv_y_cbcr(benchmark::State &s) { BM_opencv<y_cbcr>(s, false, s.range(0) == 0); }
-void BM_opencv_planar(benchmark::State &s) { BM_opencv<planar>(s, false, s.range(0) == 0); }
-BENCHMARK(BM_opencv_bgra)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_opencv_ycbcra)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_opencv_422)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_opencv_y_cbcr)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_opencv_planar)->ArgName("threads")->Arg(1)->Arg(0)->Unit(benchmark::kMillisecond);
-#endif
 
 // Line strides of 1920 * 4, 1920 * 4 + 64 and 2048 * 4 bytes, both members,
 // and the frames of one keyed sample in seven (no cell empty).
@@ -313,31 +342,33 @@ void register_more() {
     std::string const n = "/pad:" + std::to_string(pad);
     for (int a : {0, 1}) {
       benchmark::RegisterBenchmark(("BM_stride_moments_bgra" + n).c_str(),
-                                   [pad](benchmark::State &s) { BM_generate_moments<bgra>(s, pad); })
+                                   [pad](benchmark::State &s) { BM_generate_moments<bgra>(s, hd_width, pad); })
           ->ArgNames({"preview", "aligned"})->Args({0, a})->Unit(benchmark::kMillisecond);
       benchmark::RegisterBenchmark(("BM_stride_read_pass_bgra" + n).c_str(),
-                                   [pad](benchmark::State &s) { BM_read_pass<bgra>(s, pad); })
+                                   [pad](benchmark::State &s) { BM_read_pass<bgra>(s, hd_width, pad); })
           ->ArgName("aligned")->Arg(a)->Unit(benchmark::kMillisecond);
       benchmark::RegisterBenchmark(("BM_stride_object_tracking_bgra" + n).c_str(),
-                                   [pad](benchmark::State &s) { BM_object_tracking<bgra>(s, pad); })
+                                   [pad](benchmark::State &s) { BM_object_tracking<bgra>(s, hd_width, pad); })
           ->ArgNames({"preview", "aligned"})->Args({0, a})->Unit(benchmark::kMillisecond);
     }
   }
   for (int a : {0, 1}) {
     benchmark::RegisterBenchmark("BM_speckle_moments_422",
-                                 [](benchmark::State &s) { BM_generate_moments<s422>(s, 0, true); })
+                                 [](benchmark::State &s) { BM_generate_moments<s422>(s, hd_width, 0, true); })
         ->ArgNames({"preview", "aligned"})->Args({0, a})->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("BM_speckle_object_tracking_422",
-                                 [](benchmark::State &s) { BM_object_tracking<s422>(s, 0, true); })
+                                 [](benchmark::State &s) { BM_object_tracking<s422>(s, hd_width, 0, true); })
         ->ArgNames({"preview", "aligned"})->Args({0, a})->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("BM_speckle_object_tracking_bgra",
-                                 [](benchmark::State &s) { BM_object_tracking<bgra>(s, 0, true); })
+                                 [](benchmark::State &s) { BM_object_tracking<bgra>(s, hd_width, 0, true); })
         ->ArgNames({"preview", "aligned"})->Args({0, a})->Unit(benchmark::kMillisecond);
   }
 #ifdef SIGHT_HAVE_OPENCV
-  benchmark::RegisterBenchmark("BM_speckle_opencv_422", [](benchmark::State &s) { BM_opencv<s422>(s, true); })
+  benchmark::RegisterBenchmark("BM_speckle_opencv_422",
+                               [](benchmark::State &s) { BM_opencv<s422>(s, hd_width, true); })
       ->Unit(benchmark::kMillisecond);
-  benchmark::RegisterBenchmark("BM_speckle_opencv_bgra", [](benchmark::State &s) { BM_opencv<bgra>(s, true); })
+  benchmark::RegisterBenchmark("BM_speckle_opencv_bgra",
+                               [](benchmark::State &s) { BM_opencv<bgra>(s, hd_width, true); })
       ->Unit(benchmark::kMillisecond);
 #endif
 }

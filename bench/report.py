@@ -39,20 +39,22 @@ def rows_of(program, operator, *rows):
 
 ROWS = []
 for label, name, _ in LAYOUTS:
-    ROWS += rows_of("object_tracking", "Colour-key tracker",
-                    (f"{label}, moment pass", f"BM_generate_moments_{name}/preview:0/aligned:1",
-                     f"BM_read_pass_{name}/aligned:1", f"BM_opencv_{name}/threads:1",
-                     f"BM_opencv_{name}/threads:0", []),
-                    (f"{label}, whole call", f"BM_object_tracking_{name}/preview:0/aligned:1",
-                     f"BM_read_pass_{name}/aligned:1", f"BM_opencv_{name}/threads:1",
-                     f"BM_opencv_{name}/threads:0", TRACKER_GOALS.get(name, [])))
+    for w, size in SIZES.items():
+        ROWS += rows_of("object_tracking", "Colour-key tracker",
+                        (f"{label}, moment pass, {size}", f"BM_generate_moments_{name}/preview:0/aligned:1/w:{w}",
+                         f"BM_read_pass_{name}/aligned:1/w:{w}", f"BM_opencv_{name}/threads:1/w:{w}",
+                         f"BM_opencv_{name}/threads:0/w:{w}", []),
+                        (f"{label}, whole call, {size}", f"BM_object_tracking_{name}/preview:0/aligned:1/w:{w}",
+                         f"BM_read_pass_{name}/aligned:1/w:{w}", f"BM_opencv_{name}/threads:1/w:{w}",
+                         f"BM_opencv_{name}/threads:0/w:{w}", TRACKER_GOALS.get(name, []) if w == 1920 else []))
 for label, _, name in LAYOUTS:
-    ROWS += rows_of("hot_spots", "Hot spots",
-                    (f"{label}, eight default spots", f"BM_hot_spots_{name}", None, f"BM_opencv_spots_{name}/threads:1",
-                     f"BM_opencv_spots_{name}/threads:0",
-                     [("peer", 2)]),
-                    (f"{label}, eight whole-frame spots", f"BM_hot_spots_whole_{name}", f"BM_read_pass_{name}", None,
-                     None, [("floor", 6)]))
+    for w, size in SIZES.items():
+        ROWS += rows_of("hot_spots", "Hot spots",
+                        (f"{label}, eight default spots, {size}", f"BM_hot_spots_{name}/w:{w}",
+                         f"BM_read_spots_{name}/w:{w}", f"BM_opencv_spots_{name}/threads:1/w:{w}",
+                         f"BM_opencv_spots_{name}/threads:0/w:{w}", [("peer", 2)] if w == 1920 else []),
+                        (f"{label}, eight whole-frame spots, {size}", f"BM_hot_spots_whole_{name}/w:{w}",
+                         f"BM_read_pass_{name}/w:{w}", None, None, [("floor", 6)] if w == 1920 else []))
 for w, h in [(720, 576), (720, 1080), (1920, 576), (1920, 1080), (3840, 2160)]:
     size = f"w:{w}/h:{h}"
     ROWS += rows_of("corner", "Corners",
