@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 namespace Tamarind::Rasters::rasterize {
 namespace {
@@ -12,57 +13,73 @@ __int128 floor_div(__int128 a, __int128 b) {
   return (a % b != 0 && a < 0) ? q - 1 : q;
 }
 
-// Calls plot(x, y) for every pixel of the line from p0 to p1 that lies in
-// [0, width) x [0, height). The line steps one pixel along its major axis and
-// rounds the minor coordinate to nearest (halves upward):
-//   b(a) = b0 + floor((2 db (a - a0) + da) / (2 da)).
-// Only the part of the major axis inside the bitmap is walked, so far-away
-// end points cost nothing. The quotient and remainder at the first position
-// come from one 128-bit division, which keeps any int end points exact; each
-// step then adds 2 db to the remainder, and since |db| <= da one correction
-// of the quotient at most brings it back into [0, 2 da).
-template <class Plot>
-void walk(int const *p0, int const *p1, int width, int height, Plot plot) {
-  if (width <= 0 || height <= 0) return;
-  std::int64_t const dx = std::int64_t(p1[0]) - p0[0];
-  std::int64_t const dy = std::int64_t(p1[1]) - p0[1];
-  bool const x_major = (dx < 0 ? -dx : dx) >= (dy < 0 ? -dy : dy);
-  // Major axis a, minor axis b, walked from the end with the smaller a.
-  int const ia = x_major ? 0 : 1, ib = 1 - ia;
-  int const *s = p0, *e = p1;
-  if (e[ia] < s[ia]) std::swap(s, e);
-  std::int64_t const a0 = s[ia], a1 = e[ia], b0 = s[ib];
-  std::int64_t const da = a1 - a0, db = std::int64_t(e[ib]) - b0;
-  std::int64_t const a_size = x_major ? width : height;
-  std::int64_t const b_size = x_major ? height : width;
-  std::int64_t const first = std::max<std::int64_t>(a0, 0);
-  std::int64_t const last = std::min<std::int64_t>(a1, a_size - 1);
-  if (first > last) return;
-  // With da = 0 the line is one point (db is 0 too) and b stays b0.
-  std::int64_t const den = 2 * da, step = 2 * db;
-  std::int64_t q = 0, r = 0;
-  if (da != 0) {
-    __int128 const n = __int128(step) * (first - a0) + da;
-    __int128 const qq = floor_div(n, den);
-    q = std::int64_t(qq);
-    r = std::int64_t(n - qq * den);
-  }
-  for (std::int64_t a = first; a <= last; ++a) {
-    std::int64_t const b = b0 + q;
-    if (b >= 0 && b < b_size) {
-      if (x_major)
-        plot(int(a), int(b));
-      else
-        plot(int(b), int(a));
-    }
+// A line cut to the bitmap's range of its major axis a: a runs from first to
+// last, the minor coordinate is b, and r is the remainder of its rounding,
+// in [0, den). Each step adds `step` to r, and one correction of b at most
+// brings r back into range, since |step| <= den.
+struct span {
+  bool x_major;
+  std::int64_t first, last, b, r, step, den, b_size;
+
+  void advance() {
     r += step;
     if (r >= den) {
       r -= den;
-      ++q;
+      ++b;
     } else if (r < 0) {
       r += den;
-      --q;
+      --b;
     }
+  }
+};
+
+// The span of the line from p0 to p1 in a width x height bitmap, or false
+// when none of it is inside. The line steps one pixel along its major axis
+// and rounds the minor coordinate to nearest (halves upward):
+//   b(a) = b0 + floor((2 db (a - a0) + da) / (2 da)).
+// Only the part of the major axis inside the bitmap is walked, so far-away
+// end points cost nothing. The quotient and remainder at the first position
+// come from one 128-bit division, which keeps any int end points exact.
+bool cut(int const *p0, int const *p1, int width, int height, span &s) {
+  if (width <= 0 || height <= 0) return false;
+  std::int64_t const dx = std::int64_t(p1[0]) - p0[0];
+  std::int64_t const dy = std::int64_t(p1[1]) - p0[1];
+  s.x_major = (dx < 0 ? -dx : dx) >= (dy < 0 ? -dy : dy);
+  // Major axis a, minor axis b, walked from the end with the smaller a.
+  int const ia = s.x_major ? 0 : 1, ib = 1 - ia;
+  if (p1[ia] < p0[ia]) std::swap(p0, p1);
+  std::int64_t const a0 = p0[ia], a1 = p1[ia], b0 = p0[ib];
+  std::int64_t const da = a1 - a0, db = std::int64_t(p1[ib]) - b0;
+  s.b_size = s.x_major ? height : width;
+  s.first = std::max<std::int64_t>(a0, 0);
+  s.last = std::min<std::int64_t>(a1, (s.x_major ? width : height) - 1);
+  if (s.first > s.last) return false;
+  // With da = 0 the line is one point (db is 0 too) and b stays b0.
+  s.den = 2 * da;
+  s.step = 2 * db;
+  s.b = b0;
+  s.r = 0;
+  if (da != 0) {
+    __int128 const n = __int128(s.step) * (s.first - a0) + da;
+    __int128 const q = floor_div(n, s.den);
+    s.b += std::int64_t(q);
+    s.r = std::int64_t(n - q * s.den);
+  }
+  return true;
+}
+
+// Calls plot(x, y) for every pixel of the line from p0 to p1 that lies in
+// [0, width) x [0, height).
+template <class Plot>
+void walk(int const *p0, int const *p1, int width, int height, Plot plot) {
+  span s;
+  if (!cut(p0, p1, width, height, s)) return;
+  for (std::int64_t a = s.first; a <= s.last; ++a, s.advance()) {
+    if (s.b < 0 || s.b >= s.b_size) continue;
+    if (s.x_major)
+      plot(int(a), int(s.b));
+    else
+      plot(int(s.b), int(a));
   }
 }
 
@@ -85,17 +102,61 @@ void line(bitmap<pixel_ycbcra_u8> &target, int const *p0, int const *p1,
        [&](int x, int y) { *pixel(target, x, y) = color; });
 }
 
+// The 4:2:2 line, walked with the direction of its minor axis fixed (Up:
+// step >= 0, so b only grows) so that a step is one test of the remainder,
+// with b's range checked only where b can leave it, and with the pixel's
+// place kept as a line offset and a column instead of being formed anew.
+// A pixel is its element's two chroma bytes and its own luma byte.
+template <bool XMajor, bool Up>
+void walk_422(span s, std::uint8_t *data, std::ptrdiff_t stride, pixel_ycbcr_u8 color) {
+  std::int64_t a = s.first, b = s.b, r = s.r;
+  std::int64_t const step = s.step, last = s.last, b_size = s.b_size;
+  // Both outcomes of a step formed side by side from r, so that a step
+  // costs two dependent operations.
+  std::int64_t const over = Up ? step - s.den : step + s.den;
+  auto advance = [&] {
+    std::int64_t const plain = r + step, moved = r + over;
+    bool const move = Up ? moved >= 0 : plain < 0;
+    r = move ? moved : plain;
+    b += Up ? move : -std::int64_t(move);
+    return move;
+  };
+  // Up to the first pixel inside; from then on only the far edge counts.
+  while (a <= last && (Up ? b < 0 : b >= b_size)) advance(), ++a;
+  if (a > last || (Up ? b >= b_size : b < 0)) return;
+  // Offset of the pixel's line, and its column (not negative from here on).
+  std::ptrdiff_t line = (XMajor ? b : a) * stride;
+  std::uint64_t x = std::uint64_t(XMajor ? a : b);
+  std::ptrdiff_t const b_line = Up ? stride : -stride;
+  for (;;) {
+    std::uint8_t *const p = data + line + (x >> 1) * 4;
+    unsigned const odd = unsigned(x & 1);
+    p[0] = color.cb;
+    p[2] = color.cr;
+    p[odd ? 3 : 1] = odd ? color.y1 : color.y0;
+    if (++a > last) return;
+    std::int64_t const move = advance();
+    if constexpr (XMajor) {
+      ++x;
+      line += move ? b_line : 0;
+    } else {
+      line += stride;
+      x += Up ? std::uint64_t(move) : -std::uint64_t(move);
+    }
+    if (Up ? b >= b_size : b < 0) return;
+  }
+}
+
 void line(bitmap_422<pixel_ycbcr_u8> &target, int const *p0, int const *p1,
           pixel_ycbcr_u8 color) {
-  walk(p0, p1, target.width, target.height, [&](int x, int y) {
-    pixel_ycbcr_u8 &p = *pixel(target, x / 2, y);
-    p.cb = color.cb;
-    p.cr = color.cr;
-    if (x % 2 == 0)
-      p.y0 = color.y0;
-    else
-      p.y1 = color.y1;
-  });
+  span s;
+  if (!cut(p0, p1, target.width, target.height, s)) return;
+  auto *const data = reinterpret_cast<std::uint8_t *>(target.data);
+  std::ptrdiff_t const stride = target.stride;
+  if (s.x_major)
+    (s.step >= 0 ? walk_422<true, true> : walk_422<true, false>)(s, data, stride, color);
+  else
+    (s.step >= 0 ? walk_422<false, true> : walk_422<false, false>)(s, data, stride, color);
 }
 
 void line(bitmap<pixel_y_u8> &y, bitmap<pixel_cbcr_u8> &cbcr, int const *p0,
