@@ -16,6 +16,7 @@
 #include <random>
 #include <tuple>
 #include <type_traits>
+#include <vector>
 
 #include "support/harness.h"
 
@@ -158,6 +159,36 @@ TEST(rasterize_shape_test, one_pixel_per_major_step_with_both_end_points) {
     }
     EXPECT_EQ(pixels[e[1]][e[0]].a, 1);
     EXPECT_EQ(pixels[e[3]][e[2]].a, 1);
+  }
+}
+
+// The 4:2:2 line has a walk of its own: it must set the luma bytes of
+// exactly the pixels the BGRA line sets, and their elements' chroma, for
+// random lines in and far outside a canvas of odd width.
+TEST(rasterize_shape_test, four_two_two_walk_sets_the_same_pixels_as_bgra) {
+  int const w = 37, h = 23;
+  std::mt19937 rng(11);
+  std::uniform_int_distribution<int> near(-30, 60), far(-2000000000, 2000000000);
+  for (int i = 0; i < 2000; ++i) {
+    int const p0[2] = {near(rng), near(rng)};
+    int const p1[2] = {i % 4 ? near(rng) : far(rng), i % 4 ? near(rng) : far(rng)};
+    std::vector<R::pixel_bgra_u8> bgra(std::size_t(w * h));
+    std::vector<R::pixel_ycbcr_u8> yc(std::size_t((w + 1) / 2 * h));
+    R::bitmap<R::pixel_bgra_u8> b{};
+    R::attach(b, bgra.data(), w, h);
+    S::ycbcr_bitmap c{yc.data(), w, h, (w + 1) / 2 * 4, false};
+    R::rasterize::line(b, p0, p1, R::pixel_bgra_u8{0, 0, 0, 1});
+    R::rasterize::line(c, p0, p1, R::pixel_ycbcr_u8{1, 2, 3, 4});
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) {
+        R::pixel_ycbcr_u8 const &e = yc[std::size_t(y * ((w + 1) / 2) + x / 2)];
+        bool const set = bgra[std::size_t(y * w + x)].a == 1;
+        ASSERT_EQ(x % 2 ? e.y1 == 4 : e.y0 == 2, set)
+            << "(" << p0[0] << ", " << p0[1] << ") to (" << p1[0] << ", " << p1[1] << "), pixel " << x << ", " << y;
+        if (set) {
+          ASSERT_TRUE(e.cb == 1 && e.cr == 3);
+        }
+      }
   }
 }
 
