@@ -105,15 +105,17 @@ template <bool Whole>
 inline void run_block(chains &c, line_constants const &k, int x, int n, __m128i cur, __m128i right,
                       __m128i below, std::uint8_t *out) {
   block_terms t;
-  for (int q = 0; q < 4 && (Whole || q * 4 < n); ++q) {
-    __m128i const p0 = _mm_cvtepu8_epi32(cur);
-    __m128i const gx = _mm_sub_epi32(_mm_cvtepu8_epi32(right), p0);
-    __m128i const gy = _mm_sub_epi32(_mm_cvtepu8_epi32(below), p0);
-    cur = _mm_srli_si128(cur, 4);
-    right = _mm_srli_si128(right, 4);
-    below = _mm_srli_si128(below, 4);
+  __m128i xs = _mm_add_epi32(_mm_set1_epi32(x), _mm_setr_epi32(0, 1, 2, 3));
+  for (int q = 0; q < 4 && (Whole || q * 4 < n); ++q, xs = _mm_add_epi32(xs, _mm_set1_epi32(4))) {
+    // Bytes 4q..4q+3 widened to 32 bits, one byte shuffle each (a mask
+    // byte with its top bit set gives 0).
+    __m128i const widen = _mm_add_epi8(_mm_setr_epi8(0, -128, -128, -128, 1, -128, -128, -128, 2, -128, -128, -128,
+                                                     3, -128, -128, -128),
+                                       _mm_set1_epi8(char(4 * q)));
+    __m128i const p0 = _mm_shuffle_epi8(cur, widen);
+    __m128i const gx = _mm_sub_epi32(_mm_shuffle_epi8(right, widen), p0);
+    __m128i const gy = _mm_sub_epi32(_mm_shuffle_epi8(below, widen), p0);
 
-    __m128i const xs = _mm_add_epi32(_mm_set1_epi32(x + 4 * q), _mm_setr_epi32(0, 1, 2, 3));
     __m128i const ja = _mm_add_epi32(_mm_mullo_epi32(gx, xs), _mm_mullo_epi32(gy, k.y));
     __m128i const jb = _mm_sub_epi32(_mm_mullo_epi32(gy, xs), _mm_mullo_epi32(gx, k.y));
 
