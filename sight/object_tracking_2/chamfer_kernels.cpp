@@ -6,9 +6,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <algorithm>
 
 #include <emmintrin.h>
 #include <smmintrin.h>  // _mm_extract_epi32
+#include <tmmintrin.h>  // _mm_alignr_epi8
 
 #include <sight/frame/simd_kernels.h>
 #include <sight/object_tracking_2/object_tracking_2.h>
@@ -97,6 +99,59 @@ void find_edge(edge_probe const &probe, int const start[2], int const step[2], i
   }
   end[0] = cx >> 16;
   end[1] = cy >> 16;
+}
+
+namespace {
+
+// Lane i becomes the least of itself and lane i + S plus S; the top S lanes
+// look at 255.
+template <int S>
+__m128i reach(__m128i v) {
+  return _mm_min_epu8(v, _mm_adds_epu8(_mm_alignr_epi8(_mm_set1_epi8(-1), v, S), _mm_set1_epi8(char(S))));
+}
+
+}  // namespace
+
+int chamfer_row_2(std::uint8_t *cell, std::uint8_t const *below, int w) {
+  if (w < 4) return 0;
+  // c'[x] = min(d[x], c'[x+1] + 1) with d[x] = min(cell[x], least of the
+  // three below + 1): within 16 cells that is the least of d[x+j] + j,
+  // formed in four steps that double j's reach, each filling the lanes
+  // shifted in with 255, which no sum can undercut; then the cell right of
+  // the 16 (carry) adds 16 - i to lane i. Saturation at 255 changes no
+  // result, since every cell is at most its own d.
+  __m128i const ramp = _mm_setr_epi8(16, 15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1);
+  __m128i const one = _mm_set1_epi8(1);
+  __m128i most = _mm_setzero_si128();
+  unsigned carry = cell[w - 1];
+  int x = w - 2;
+  for (; x - 15 >= 2; x -= 16) {
+    std::uint8_t *const c = cell + x - 15;
+    std::uint8_t const *const b = below + x - 15;
+    __m128i const b3 = _mm_min_epu8(_mm_min_epu8(simd::load<false>(b - 1), simd::load<false>(b)),
+                                    simd::load<false>(b + 1));
+    __m128i v = _mm_min_epu8(simd::load<false>(c), _mm_adds_epu8(b3, one));
+    v = reach<1>(v);
+    v = reach<2>(v);
+    v = reach<4>(v);
+    v = reach<8>(v);
+    v = _mm_min_epu8(v, _mm_adds_epu8(_mm_set1_epi8(char(carry)), ramp));
+    simd::store<false>(c, v);
+    carry = unsigned(_mm_cvtsi128_si32(v)) & 255;
+    most = _mm_max_epu8(most, v);
+  }
+  unsigned top = 0;
+  for (; x >= 2; --x) {
+    unsigned least = std::min({unsigned(below[x - 1]), unsigned(below[x]), unsigned(below[x + 1]), carry});
+    if (least + 1 < cell[x]) cell[x] = std::uint8_t(least + 1);
+    carry = cell[x];
+    top = std::max(top, carry);
+  }
+  most = _mm_max_epu8(most, _mm_srli_si128(most, 8));
+  most = _mm_max_epu8(most, _mm_srli_si128(most, 4));
+  most = _mm_max_epu8(most, _mm_srli_si128(most, 2));
+  most = _mm_max_epu8(most, _mm_srli_si128(most, 1));
+  return int(std::max(top, unsigned(_mm_cvtsi128_si32(most)) & 255));
 }
 
 }  // namespace Korvane::Sight::detail

@@ -4,6 +4,8 @@
 #ifndef SIGHT_OBJECT_TRACKING_2_CHAMFER_KERNELS_H_
 #define SIGHT_OBJECT_TRACKING_2_CHAMFER_KERNELS_H_
 
+#include <cstdint>
+
 #include <emmintrin.h>  // __m128i
 
 #include <sight/operator/layouts.h>
@@ -22,6 +24,13 @@ namespace Korvane::Sight::detail {
 // Aligned: data and stride of the frame are multiples of 16.
 template <bool Aligned>
 void chamfer_pass_1(ycbcr_bitmap const &frame, __m128i key_cbcr, int limit, y_bitmap &map);
+
+// One line of the backward pass of the distance transform: for x from w-2
+// down to 2, cell[x] becomes min(cell[x], 1 + the least of below[x-1],
+// below[x], below[x+1] and cell[x+1]), cell[x+1] being already done; cells 0,
+// 1 and w-1 are read, not written. Reads below[1..w-1] and cell[2..w-1].
+// Returns the largest value of cell[2..w-2] afterwards (0 if w < 4).
+int chamfer_row_2(std::uint8_t *cell, std::uint8_t const *below, int w);
 
 // What the edge search reads: the frame and the key.
 struct edge_probe {

@@ -123,13 +123,11 @@ int object_tracking_2::chamfer_pass_2(int *const position) {
   for (int y = h - 2; y >= 2; --y) {
     std::uint8_t *cell = &R::line(chamfer_map, y)->y;
     std::uint8_t const *below = &R::line(chamfer_map, y + 1)->y;
-    for (int x = w - 2; x >= 2; --x) {
-      int least = below[x];
-      least = std::min(least, int(below[x + 1]));
-      least = std::min(least, int(below[x - 1]));
-      least = std::min(least, int(cell[x + 1]));
-      if (least + 1 < cell[x]) cell[x] = std::uint8_t(least + 1);
-      if (cell[x] > best) best = cell[x], best_x = x, best_y = y;
+    // The scan meets a line's largest value first at its rightmost place.
+    int const most = detail::chamfer_row_2(cell, below, w);
+    if (most <= best) continue;
+    best = most, best_y = y;
+    for (best_x = w - 2; cell[best_x] != most; --best_x) {
     }
   }
   position[0] = best_x - 1;

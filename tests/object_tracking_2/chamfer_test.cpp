@@ -267,6 +267,32 @@ TEST(chamfer_pass_2, first_line_and_column_never_chosen) {
   EXPECT_TRUE(none == 0 && access::pass_2(tracker, position) == 1 && position[0] == 3 && position[1] == 3);
 }
 
+// The backward pass against the model on random maps (values up to 255, so
+// that the 8-bit sums saturate), widths around the 16-cell steps.
+TEST(chamfer_pass_2, random_maps_match_model) {
+  std::mt19937 rng(5);
+  for (int cols : {1, 2, 3, 14, 15, 16, 17, 18, 31, 33, 47, 120}) {
+    object_tracking_2 tracker;
+    access::setup(tracker, cols, 9);
+    Korvane::Sight::y_bitmap &map = access::map(tracker);
+    int const w = map.width, h = map.height;
+    std::vector<int> model(std::size_t(w * h));
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) {
+        // Mostly high cells with rare low ones, so that ramps run across
+        // whole 16-cell steps and beyond.
+        int const v = rng() % 23 == 0 ? int(rng() % 5) : 255 - int(rng() % 3);
+        R::line(map, y)[x].y = std::uint8_t(v), model[std::size_t(y * w + x)] = v;
+      }
+    int position[2] = {-1, -1}, bx = -1, by = -1;
+    int const m = cm::pass_2(model, w, h, bx, by);
+    ASSERT_EQ(access::pass_2(tracker, position), m) << cols;
+    EXPECT_TRUE(position[0] == bx && position[1] == by) << cols;
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) ASSERT_EQ(R::line(map, y)[x].y, model[std::size_t(y * w + x)]) << cols << " " << x << " " << y;
+  }
+}
+
 // The key from the settings (Cb, Cr, tolerance, and the top lane of the
 // vector), with the worked numbers.
 TEST(setup, key) {
