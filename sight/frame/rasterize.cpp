@@ -110,7 +110,7 @@ void line(bitmap<pixel_ycbcra_u8> &target, int const *p0, int const *p1,
 template <bool XMajor, bool Up>
 void walk_422(span s, std::uint8_t *data, std::ptrdiff_t stride, pixel_ycbcr_u8 color) {
   std::int64_t a = s.first, b = s.b, r = s.r;
-  std::int64_t const step = s.step, last = s.last, b_size = s.b_size;
+  std::int64_t const step = s.step, b_size = s.b_size;
   // Both outcomes of a step formed side by side from r, so that a step
   // costs two dependent operations.
   std::int64_t const over = Up ? step - s.den : step + s.den;
@@ -118,32 +118,59 @@ void walk_422(span s, std::uint8_t *data, std::ptrdiff_t stride, pixel_ycbcr_u8 
     std::int64_t const plain = r + step, moved = r + over;
     bool const move = Up ? moved >= 0 : plain < 0;
     r = move ? moved : plain;
-    b += Up ? move : -std::int64_t(move);
-    return move;
+    return std::int64_t(move);
   };
   // Up to the first pixel inside; from then on only the far edge counts.
-  while (a <= last && (Up ? b < 0 : b >= b_size)) advance(), ++a;
-  if (a > last || (Up ? b >= b_size : b < 0)) return;
-  // Offset of the pixel's line, and its column (not negative from here on).
-  std::ptrdiff_t line = (XMajor ? b : a) * stride;
+  while (a <= s.last && (Up ? b < 0 : b >= b_size)) b += Up ? advance() : -advance(), ++a;
+  if (a > s.last || std::uint64_t(b) >= std::uint64_t(b_size)) return;
+  // The pixel's column x and its line's first byte; minor is b, x
+  // (column-major) or the line (row-major).
   std::uint64_t x = std::uint64_t(XMajor ? a : b);
+  std::int64_t minor = b;
+  std::uint8_t *line = data + (XMajor ? b : a) * stride;
   std::ptrdiff_t const b_line = Up ? stride : -stride;
-  for (;;) {
-    std::uint8_t *const p = data + line + (x >> 1) * 4;
-    unsigned const odd = unsigned(x & 1);
-    p[0] = color.cb;
-    p[2] = color.cr;
-    p[odd ? 3 : 1] = odd ? color.y1 : color.y0;
-    if (++a > last) return;
+  std::uint8_t const cb = color.cb, cr = color.cr, y0 = color.y0, y1 = color.y1;
+  auto plot = [&] {
+    std::uint8_t *const p = line + (x >> 1) * 4;
+    bool const odd = x & 1;
+    p[0] = cb;
+    p[2] = cr;
+    p[odd ? 3 : 1] = odd ? y1 : y0;
+  };
+  auto next = [&] {
     std::int64_t const move = advance();
+    minor += Up ? move : -move;
     if constexpr (XMajor) {
       ++x;
-      line += move ? b_line : 0;
+      line += b_line & -move;
     } else {
+      x = std::uint64_t(minor);
       line += stride;
-      x += Up ? std::uint64_t(move) : -std::uint64_t(move);
     }
-    if (Up ? b >= b_size : b < 0) return;
+  };
+  plot();
+  // b moves by one at most a step, so the next `room` steps cannot take it
+  // out of its range: they run without the test.
+  for (std::int64_t n = s.last - a; n > 0;) {
+    std::int64_t const room = Up ? b_size - 1 - minor : minor;
+    if (room == 0) {
+      std::int64_t const move = advance();
+      if (move) return;
+      if constexpr (XMajor) {
+        ++x;
+      } else {
+        line += stride;
+      }
+      plot();
+      --n;
+      continue;
+    }
+    std::int64_t k = room < n ? room : n;
+    n -= k;
+    do {
+      next();
+      plot();
+    } while (--k != 0);
   }
 }
 
