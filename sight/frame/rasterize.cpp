@@ -39,7 +39,8 @@ struct span {
 //   b(a) = b0 + floor((2 db (a - a0) + da) / (2 da)).
 // Only the part of the major axis inside the bitmap is walked, so far-away
 // end points cost nothing. The quotient and remainder at the first position
-// come from one 128-bit division, which keeps any int end points exact.
+// come from one 128-bit division, which keeps any int end points exact (a
+// line that starts inside needs none).
 bool cut(int const *p0, int const *p1, int width, int height, span &s) {
   if (width <= 0 || height <= 0) return false;
   std::int64_t const dx = std::int64_t(p1[0]) - p0[0];
@@ -59,7 +60,10 @@ bool cut(int const *p0, int const *p1, int width, int height, span &s) {
   s.step = 2 * db;
   s.b = b0;
   s.r = 0;
-  if (da != 0) {
+  // Starting inside, the quotient is 0 and the remainder da.
+  if (da != 0 && s.first == a0) {
+    s.r = da;
+  } else if (da != 0) {
     __int128 const n = __int128(s.step) * (s.first - a0) + da;
     __int128 const q = floor_div(n, s.den);
     s.b += std::int64_t(q);
