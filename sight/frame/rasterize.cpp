@@ -134,13 +134,13 @@ void walk_422(span s, std::uint8_t *data, std::ptrdiff_t stride, pixel_ycbcr_u8 
   std::uint8_t *line = data + (XMajor ? b : a) * stride;
   std::ptrdiff_t const b_line = Up ? stride : -stride;
   std::uint8_t const cb = color.cb, cr = color.cr, y0 = color.y0, y1 = color.y1;
-  auto plot = [&] {
+  auto plot_as = [&](bool odd) {
     std::uint8_t *const p = line + (x >> 1) * 4;
-    bool const odd = x & 1;
     p[0] = cb;
     p[2] = cr;
     p[odd ? 3 : 1] = odd ? y1 : y0;
   };
+  auto plot = [&] { plot_as(x & 1); };
   auto next = [&] {
     std::int64_t const move = advance();
     minor += Up ? move : -move;
@@ -171,10 +171,23 @@ void walk_422(span s, std::uint8_t *data, std::ptrdiff_t stride, pixel_ycbcr_u8 
     }
     std::int64_t k = room < n ? room : n;
     n -= k;
-    do {
-      next();
-      plot();
-    } while (--k != 0);
+    if constexpr (XMajor) {
+      // x goes up by one a step: from an odd x on, pixels come in pairs of
+      // an even and an odd one, whose luma bytes are known without a test.
+      if (!(x & 1)) next(), plot_as(true), --k;
+      for (; k >= 2; k -= 2) {
+        next();
+        plot_as(false);
+        next();
+        plot_as(true);
+      }
+      if (k != 0) next(), plot_as(false);
+    } else {
+      do {
+        next();
+        plot();
+      } while (--k != 0);
+    }
   }
 }
 
