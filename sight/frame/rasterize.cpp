@@ -109,7 +109,7 @@ void line(bitmap<pixel_ycbcra_u8> &target, int const *p0, int const *p1,
 // The 4:2:2 line, walked with the direction of its minor axis fixed (Up:
 // step >= 0, so b only grows) so that a step is one test of the remainder,
 // with b's range checked only where b can leave it, and with the pixel's
-// place kept as a line offset and a column instead of being formed anew.
+// place kept as a line pointer and a column instead of being formed anew.
 // A pixel is its element's two chroma bytes and its own luma byte.
 template <bool XMajor, bool Up>
 void walk_422(span s, std::uint8_t *data, std::ptrdiff_t stride, pixel_ycbcr_u8 color) {
@@ -134,11 +134,21 @@ void walk_422(span s, std::uint8_t *data, std::ptrdiff_t stride, pixel_ycbcr_u8 
   std::uint8_t *line = data + (XMajor ? b : a) * stride;
   std::ptrdiff_t const b_line = Up ? stride : -stride;
   std::uint8_t const cb = color.cb, cr = color.cr, y0 = color.y0, y1 = color.y1;
+  // A pixel of known parity is two stores: its luma with the chroma byte
+  // before it, and the element's other chroma byte.
+  std::uint8_t const even_pair[2] = {cb, y0}, odd_pair[2] = {cr, y1};
+  std::uint16_t even_word, odd_word;
+  std::memcpy(&even_word, even_pair, 2);
+  std::memcpy(&odd_word, odd_pair, 2);
   auto plot_as = [&](bool odd) {
     std::uint8_t *const p = line + (x >> 1) * 4;
-    p[0] = cb;
-    p[2] = cr;
-    p[odd ? 3 : 1] = odd ? y1 : y0;
+    if (odd) {
+      p[0] = cb;
+      std::memcpy(p + 2, &odd_word, 2);
+    } else {
+      std::memcpy(p, &even_word, 2);
+      p[2] = cr;
+    }
   };
   auto plot = [&] { plot_as(x & 1); };
   auto next = [&] {
