@@ -140,8 +140,7 @@ void walk_422(span s, std::uint8_t *data, std::ptrdiff_t stride, pixel_ycbcr_u8 
   std::uint16_t even_word, odd_word;
   std::memcpy(&even_word, even_pair, 2);
   std::memcpy(&odd_word, odd_pair, 2);
-  auto plot_as = [&](bool odd) {
-    std::uint8_t *const p = line + (x >> 1) * 4;
+  auto put = [&](std::uint8_t *p, bool odd) {
     if (odd) {
       p[0] = cb;
       std::memcpy(p + 2, &odd_word, 2);
@@ -150,6 +149,7 @@ void walk_422(span s, std::uint8_t *data, std::ptrdiff_t stride, pixel_ycbcr_u8 
       p[2] = cr;
     }
   };
+  auto plot_as = [&](bool odd) { put(line + (x >> 1) * 4, odd); };
   auto plot = [&] { plot_as(x & 1); };
   auto next = [&] {
     std::int64_t const move = advance();
@@ -185,11 +185,25 @@ void walk_422(span s, std::uint8_t *data, std::ptrdiff_t stride, pixel_ycbcr_u8 
       // x goes up by one a step: from an odd x on, pixels come in pairs of
       // an even and an odd one, whose luma bytes are known without a test.
       if (!(x & 1)) next(), plot_as(true), --k;
-      for (; k >= 2; k -= 2) {
-        next();
-        plot_as(false);
-        next();
-        plot_as(true);
+      // The pairs walk their element's place itself: the next element, and
+      // a line further where b moves.
+      if (k >= 2) {
+        std::uint8_t *element = line + (x >> 1) * 4;
+        std::int64_t const pairs = k / 2;
+        std::int64_t moves = 0;
+        for (std::int64_t i = 0; i < pairs; ++i) {
+          std::int64_t const even = advance();
+          element += 4 + (b_line & -even);
+          put(element, false);
+          std::int64_t const odd = advance();
+          element += b_line & -odd;
+          put(element, true);
+          moves += even + odd;
+        }
+        k -= 2 * pairs;
+        x += std::uint64_t(2 * pairs);
+        minor += Up ? moves : -moves;
+        line = element - (x >> 1) * 4;
       }
       if (k != 0) next(), plot_as(false);
     } else {
